@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs every Debian 12 package needed to build dorvik and run its whole test suite.
+# Idempotent; run as root (or through sudo) on a fresh machine.
+set -euo pipefail
+
+packages=(
+  # toolchain
+  build-essential cmake ninja-build pkg-config clang-format
+  # libraries the client links
+  qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev libqt6websockets6-dev
+  nlohmann-json3-dev libssl-dev openssl libsecret-1-dev libglib2.0-dev libqrencode-dev
+  # unit tests
+  libgtest-dev libgmock-dev
+  # real components the integration tests start: a keyring, a notification service,
+  # NetworkManager with pppd in a private network namespace, and their D-Bus plumbing
+  dbus dbus-bin dbus-daemon gnome-keyring python3-dbusmock
+  network-manager ppp iproute2 util-linux systemd
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "setup: all ${#packages[@]} packages present"
+  exit 0
+fi
+
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -q
+$SUDO apt-get install -y -q --no-install-recommends "${missing[@]}"
+echo "setup: installed ${missing[*]}"
