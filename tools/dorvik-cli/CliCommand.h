@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <vector>
+
+// One sub-command of dorvik-cli ("config", "dialname", "connect", ...). Each lives in its own
+// file under commands/ and registers itself with DORVIK_CLI_COMMAND.
+struct CliCommand
+{
+    QString name;
+    QString usage; // one or more lines shown by "dorvik-cli help"
+    // Gets the arguments after the command name; returns the process exit code. May run the
+    // Qt event loop (QCoreApplication exists).
+    std::function<int(const QStringList &args)> run;
+};
+
+class CliRegistry
+{
+public:
+    static bool add(CliCommand command);
+    static const std::vector<CliCommand> &all();
+};
+
+#define DORVIK_CLI_CONCAT2(a, b) a##b
+#define DORVIK_CLI_CONCAT(a, b) DORVIK_CLI_CONCAT2(a, b)
+#define DORVIK_CLI_COMMAND(...)                                                                                        \
+    static const bool DORVIK_CLI_CONCAT(dorvikCliRegistered_, __LINE__) = CliRegistry::add(CliCommand{__VA_ARGS__})
+
+// Output helpers shared by the commands: stdout for results, stderr for errors.
+namespace Cli {
+void out(const QString &line); // a line to stdout, flushed
+void err(const QString &line); // a line to stderr, flushed
+// Reads all of stdin as bytes.
+QByteArray readStdin();
+// Writes bytes to stdout as they are.
+void writeStdout(const QByteArray &bytes);
+} // namespace Cli

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
+// What every simulated server is told at start.
+struct SimOptions
+{
+    // The deployment's configuration as plaintext JSON (hosts, keys, rules per area).
+    nlohmann::ordered_json config;
+    // The area whose values (ports, keys) the servers use; "default" when none is given.
+    QString area = QStringLiteral("default");
+    // Subscribers the simulated provider knows: account name → password.
+    std::map<QString, QString> accounts;
+    // Fault scenarios by service name ("heart" → "nak-storm"); empty means normal service.
+    std::map<QString, QString> scenarios;
+    // 0 keeps the port of the configured address; tests pass 0 here and read the ports back.
+    bool ephemeralPorts = false;
+
+    QString scenario(const QString &service) const
+    {
+        const auto it = scenarios.find(service);
+        return it == scenarios.end() ? QString() : it->second;
+    }
+};
+
+// One simulated server. Each lives in services/ and registers itself with DORVIK_SIM_SERVICE.
+class SimService : public QObject
+{
+    Q_OBJECT
+public:
+    using QObject::QObject;
+    // Starts listening on 127.0.0.1; false (with a reason on stderr) when it cannot.
+    virtual bool start(const SimOptions &options) = 0;
+    // The port it listens on once started.
+    virtual quint16 port() const = 0;
+    // A one-line JSON summary of what it saw and verified (printed on exit, read by tests).
+    virtual nlohmann::ordered_json stats() const = 0;
+};
+
+struct SimServiceEntry
+{
+    QString name;
+    std::function<std::unique_ptr<SimService>()> make;
+};
+
+class SimRegistry
+{
+public:
+    static bool add(SimServiceEntry entry);
+    static const std::vector<SimServiceEntry> &all();
+};
+
+#define DORVIK_SIM_CONCAT2(a, b) a##b
+#define DORVIK_SIM_CONCAT(a, b) DORVIK_SIM_CONCAT2(a, b)
+#define DORVIK_SIM_SERVICE(name, type)                                                                                 \
+    static const bool DORVIK_SIM_CONCAT(dorvikSimRegistered_, __LINE__)                                                \
+        = SimRegistry::add(SimServiceEntry{QStringLiteral(name), [] { return std::make_unique<type>(); }})
