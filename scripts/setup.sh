@@ -14,7 +14,7 @@ packages=(
   # real components the integration tests start: a keyring, a notification service,
   # NetworkManager with pppd in a private network namespace, and their D-Bus plumbing
   dbus dbus-bin dbus-daemon gnome-keyring python3-dbusmock
-  network-manager ppp iproute2 util-linux systemd
+  network-manager ppp iproute2 util-linux systemd python3
 )
 
 missing=()

@@ -10,7 +10,7 @@ QSettings store()
     return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("dorvik"), QStringLiteral("dorvik"));
 }
 
-// QSettings reads "/" and "\" as group separators; a key is one flat name here.
+// An empty key names no value (QSettings would read it as the whole store).
 bool usableKey(const QString &key)
 {
     if (key.isEmpty()) {

@@ -7,6 +7,8 @@
 
 #include <memory>
 #include <optional>
+#include <string>
+#include <unordered_map>
 
 using ordered_json = nlohmann::ordered_json;
 
@@ -16,7 +18,7 @@ class AreaValue
 {
 public:
     AreaValue() = default;
-    explicit AreaValue(ordered_json object) : _object(std::move(object)) {}
+    explicit AreaValue(ordered_json object);
 
     // The entry of the current area, else the "default" entry, else nullopt.
     std::optional<ordered_json> getValueOfArea() const;
@@ -28,6 +30,9 @@ public:
 
 private:
     ordered_json _object = ordered_json::object();
+    // Member positions of a large object (one entry per area of a big deployment), so that a
+    // read does not scan every area code; null for small objects.
+    std::shared_ptr<const std::unordered_map<std::string, std::size_t>> _index;
 };
 
 class Web
@@ -179,11 +184,12 @@ public:
     // reason is logged once). Loaded on first call.
     static Conf *shared();
 
-    // Parses decrypted JSON text. nullopt (and one log line with the parser's description)
-    // when a required key is missing or of the wrong kind.
-    static std::unique_ptr<Conf> fromJson(const QByteArray &plaintext);
-    // Decrypts and parses a file.
-    static std::unique_ptr<Conf> fromFile(const QString &path);
+    // Parses decrypted JSON text. Null (and one log line with the parser's description)
+    // when the text is not JSON or a required key is missing or of the wrong kind. When
+    // `error` is given the description goes there instead of the log.
+    static std::unique_ptr<Conf> fromJson(const QByteArray &plaintext, QString *error = nullptr);
+    // Reads, decrypts and parses a file; failures as for fromJson.
+    static std::unique_ptr<Conf> fromFile(const QString &path, QString *error = nullptr);
     // Makes `conf` what shared() returns from now on (tools that take --config, tests).
     static void setShared(std::unique_ptr<Conf> conf);
 
@@ -199,6 +205,16 @@ public:
     static QString resourceDirectory();
     static QString systemConfigPath(); // <resourceDirectory>/system.cfg
     static QString areaTreePath();     // <resourceDirectory>/area.cfg
+
+    // The JSON path of every required setting, in file order: "app.taskBarName",
+    // "app.website.host", "accountrule.timepin-psk", "qrcode.timepin_prefix", ...
+    static const QStringList &fieldPaths();
+    // The setting at one of those paths; null for any other path.
+    const AreaValue *valueAt(const QString &path) const;
+
+    // Whether a text is a usable absolute address: a strictly valid URL with a scheme and a
+    // host. Server-sent and link addresses are checked with this.
+    static bool parsesAsUrl(const std::optional<QString> &text);
 
     AppConf app;
     HeartConf heart;

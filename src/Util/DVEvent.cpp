@@ -8,9 +8,15 @@ DVEvent &DVEvent::shared()
     return bus;
 }
 
-void DVEvent::addObserver(QObject *server, DVEventHandler method, quint64 eventId, std::shared_ptr<OperationQueue> queue)
+void DVEvent::addObserver(QObject *server, DVEventHandler method, quint64 eventId,
+                          std::shared_ptr<OperationQueue> queue)
 {
     std::lock_guard<std::mutex> lock(_mutex);
+    // Registrations of subscribers that were destroyed without unsubscribing can never be
+    // delivered again; drop them here so they do not pile up.
+    observers.erase(std::remove_if(observers.begin(), observers.end(),
+                                   [](const std::shared_ptr<Observer> &o) { return o->server.isNull(); }),
+                    observers.end());
     observers.push_back(std::make_shared<Observer>(server, std::move(method), eventId, std::move(queue)));
 }
 

@@ -8,9 +8,8 @@ DVNotificationCenter &DVNotificationCenter::defaultCenter()
     return centre;
 }
 
-DVNotificationCenter::Token DVNotificationCenter::addObserverForName(const QString &name,
-                                                                     std::shared_ptr<OperationQueue> queue,
-                                                                     Handler handler)
+DVNotificationCenter::Token
+DVNotificationCenter::addObserverForName(const QString &name, std::shared_ptr<OperationQueue> queue, Handler handler)
 {
     std::lock_guard<std::mutex> lock(_mutex);
     const Token token = _next++;
@@ -26,6 +25,12 @@ void DVNotificationCenter::removeObserver(Token token)
                    _entries.end());
 }
 
+bool DVNotificationCenter::isRegistered(const std::shared_ptr<Entry> &entry)
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    return std::find(_entries.begin(), _entries.end(), entry) != _entries.end();
+}
+
 void DVNotificationCenter::postNotificationName(const QString &name, DVUserInfo userInfo)
 {
     std::vector<std::shared_ptr<Entry>> matching;
@@ -35,11 +40,20 @@ void DVNotificationCenter::postNotificationName(const QString &name, DVUserInfo 
             if (e->name == name)
                 matching.push_back(e);
     }
-    const auto message = std::make_shared<const DVNotificationMessage>(DVNotificationMessage{name, std::move(userInfo)});
+    const auto message =
+        std::make_shared<const DVNotificationMessage>(DVNotificationMessage{name, std::move(userInfo)});
     for (const auto &e : matching) {
-        if (e->queue)
-            e->queue->addOperationWithBlock([e, message] { e->handler(*message); });
-        else
+        if (!e->handler)
+            continue;
+        if (!e->queue) {
             e->handler(*message);
+            continue;
+        }
+        // An observer removed before its queued delivery runs is skipped: its handler may
+        // refer to an object that is gone by then.
+        e->queue->addOperationWithBlock([this, e, message] {
+            if (isRegistered(e))
+                e->handler(*message);
+        });
     }
 }

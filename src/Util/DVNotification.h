@@ -75,17 +75,16 @@ struct DVNotificationMessage
     DVUserInfo userInfo;
 
     // The payload under `key`, or null when absent or of another type.
-    template<typename T>
-    const T *payload(const QString &key) const
+    template<typename T> const T *payload(const QString &key) const
     {
         const auto it = userInfo.find(key);
         return it == userInfo.end() ? nullptr : std::any_cast<T>(&it->second);
     }
 };
 
-// The process's notification centre. Posting with no queue-bound observers delivers
-// synchronously on the posting thread; an observer registered with a queue gets each
-// notification as an operation on that queue.
+// The process's notification centre. An observer registered without a queue is called
+// synchronously on the posting thread; one registered with a queue gets each notification as
+// an operation on that queue (skipped if the observer is removed before it runs).
 class DVNotificationCenter
 {
 public:
@@ -108,6 +107,8 @@ private:
         std::shared_ptr<OperationQueue> queue;
         Handler handler;
     };
+
+    bool isRegistered(const std::shared_ptr<Entry> &entry);
 
     std::mutex _mutex;
     Token _next = 1;

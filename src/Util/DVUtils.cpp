@@ -110,6 +110,8 @@ std::optional<QByteArray> DVUtils::aesEcb(const QByteArray &data, const QString 
 
 QString DVUtils::encodeToPercentEscapeString(const QString &text)
 {
+    if (text.isNull())
+        return {};
     static const char hex[] = "0123456789ABCDEF";
     const QByteArray utf8 = text.toUtf8();
     QString out;
@@ -154,7 +156,13 @@ void DVUtils::getHostAndPortByAddress(const QString &address, QString *outHost, 
         *outPort = 80;
     } else if (parts.size() == 2) {
         *outHost = parts[0];
-        *outPort = static_cast<quint16>(intValue(parts[1]));
+        // The port is a 32-bit integer value (saturating like intValue on a 32-bit int) cut
+        // to 16 bits, so an out-of-range port wraps exactly as a C assignment would.
+        const qint64 wide = intValue(parts[1]);
+        constexpr qint64 lo = std::numeric_limits<qint32>::min();
+        constexpr qint64 hi = std::numeric_limits<qint32>::max();
+        const auto port32 = static_cast<qint32>(qBound(lo, wide, hi));
+        *outPort = static_cast<quint16>(port32);
     } else {
         *outHost = QString();
         *outPort = 0;

@@ -15,9 +15,10 @@ class RollingFile
 {
 public:
     RollingFile(QString dir, std::shared_ptr<Clock> clock, int maxFiles)
-        : _dir(std::move(dir)), _clock(std::move(clock)), _maxFiles(qMax(1, maxFiles))
-    {
-    }
+        : _dir(std::move(dir))
+        , _clock(std::move(clock))
+        , _maxFiles(qMax(1, maxFiles))
+    {}
 
     void write(const QString &line, const QDateTime &when)
     {
@@ -41,12 +42,14 @@ public:
     Clock &clock() const { return *_clock; }
 
 private:
-    // Keeps the newest _maxFiles files (names sort by date); the open one is the newest.
+    // Keeps _maxFiles files: the open one and the newest of the others (names sort by date).
+    // The open one is kept even when it is not the newest, as after the clock was set back.
     void prune()
     {
         QDir dir(_dir);
         QStringList files = dir.entryList({QStringLiteral("dorvik-*.log")}, QDir::Files, QDir::Name);
-        while (files.size() > _maxFiles)
+        files.removeAll(QFileInfo(_file.fileName()).fileName());
+        while (files.size() > _maxFiles - 1)
             dir.remove(files.takeFirst());
     }
 

@@ -16,8 +16,13 @@ void Operation::start()
 
 void Operation::cancel()
 {
-    _cancelled.store(true);
-    signalSemaphore();
+    {
+        // Under the semaphore's lock, so that a waiter cannot check the flag, miss the store
+        // and then sleep through the notification.
+        std::lock_guard<std::mutex> lock(_semMutex);
+        _cancelled.store(true);
+    }
+    _semCond.notify_all();
 }
 
 void Operation::signalSemaphore()
@@ -32,14 +37,17 @@ void Operation::signalSemaphore()
 bool Operation::waitSemaphore(std::optional<qint64> timeoutMs)
 {
     std::unique_lock<std::mutex> lock(_semMutex);
-    const auto ready = [this] { return _semCount > 0; };
+    // A cancelled operation never waits again: cancel() wakes the wait under way, and every
+    // later wait returns at once, so an operation that waits more than once still ends promptly.
+    const auto ready = [this] { return _semCount > 0 || isCancelled(); };
     if (timeoutMs) {
         if (!_semCond.wait_for(lock, std::chrono::milliseconds(qMax<qint64>(0, *timeoutMs)), ready))
             return false;
     } else {
         _semCond.wait(lock, ready);
     }
-    --_semCount;
+    if (_semCount > 0)
+        --_semCount;
     return true;
 }
 

@@ -31,7 +31,8 @@ public:
     // Adds one to the semaphore (from any thread).
     void signalSemaphore();
     // Takes one from the semaphore, waiting at most `timeoutMs` (nullopt: no limit).
-    // True when a signal (or a cancel) came, false when the time ran out.
+    // True when a signal came or the operation is cancelled (then at once, every time),
+    // false when the time ran out.
     bool waitSemaphore(std::optional<qint64> timeoutMs);
 
 private:
@@ -49,7 +50,9 @@ private:
 class BlockOperation : public Operation
 {
 public:
-    explicit BlockOperation(std::function<void()> block) : _block(std::move(block)) {}
+    explicit BlockOperation(std::function<void()> block)
+        : _block(std::move(block))
+    {}
     void main() override
     {
         if (_block)
@@ -89,7 +92,9 @@ public:
     bool isMainQueue() const { return _main; }
 
 private:
-    explicit OperationQueue(bool main) : _main(main) {}
+    explicit OperationQueue(bool main)
+        : _main(main)
+    {}
 
     struct State
     {

@@ -22,8 +22,18 @@ struct SimOptions
     std::map<QString, QString> accounts;
     // Fault scenarios by service name ("heart" → "nak-storm"); empty means normal service.
     std::map<QString, QString> scenarios;
-    // 0 keeps the port of the configured address; tests pass 0 here and read the ports back.
+    // Listen on ports the system picks instead of the configured ones (tests read them back).
     bool ephemeralPorts = false;
+    // Ports of services that have no address in the configuration (the access concentrator).
+    std::map<QString, quint16> ports;
+
+    quint16 portOf(const QString &service, quint16 fallback) const
+    {
+        if (ephemeralPorts)
+            return 0;
+        const auto it = ports.find(service);
+        return it == ports.end() ? fallback : it->second;
+    }
 
     QString scenario(const QString &service) const
     {

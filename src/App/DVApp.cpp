@@ -1,0 +1,215 @@
+#include "DVApp.h"
+
+#include "AccountRule/DVAccountRule.h"
+#include "AccountRule/DVRuleException.h"
+#include "Bcom/BcomData.h"
+#include "Bcom/BcomOperation.h"
+#include "Business/ConfigReq.h"
+#include "Business/Register.h"
+#include "Business/SMSVerify.h"
+#include "Business/TokenReuest.h"
+#include "Conf/Conf.h"
+#include "Conf/UIConf.h"
+#include "Dial/PPPoEPlatformFactory.h"
+#include "Util/DVEnv.h"
+#include "Util/Log.h"
+
+namespace {
+std::unique_ptr<DVApp> &sharedSlot()
+{
+    static std::unique_ptr<DVApp> app;
+    return app;
+}
+} // namespace
+
+DVApp::DVApp(std::unique_ptr<PPPoE> pppoe) : DVApp(std::move(pppoe), Options{}) {}
+
+DVApp::DVApp(std::unique_ptr<PPPoE> pppoe, Options options)
+    : _pppoe(std::move(pppoe)), _queue(OperationQueue::create()), _options(std::move(options))
+{
+    if (!_options.clock)
+        _options.clock = Clock::system();
+    DVEvent::shared().addObserver(
+        this, [this](const DVEventObjectPtr &object) { onEventWithObject(object); }, DVEventIdDialStatus,
+        OperationQueue::mainQueue());
+}
+
+DVApp::~DVApp()
+{
+    DVEvent::shared().removeObserver(this, DVEventIdDialStatus);
+    _queue->cancelAllOperations();
+    _queue->waitUntilAllOperationsAreFinished();
+}
+
+DVApp &DVApp::shareInstance()
+{
+    auto &slot = sharedSlot();
+    if (!slot)
+        slot = std::make_unique<DVApp>(std::make_unique<PPPoE>(PPPoEPlatformFactory::create()));
+    return *slot;
+}
+
+void DVApp::installShared(std::unique_ptr<DVApp> app)
+{
+    sharedSlot() = std::move(app);
+}
+
+bool DVApp::dialWithUserName(const QString &name, const std::shared_ptr<const QString> &password, quint64 index,
+                             DVError *error)
+{
+    qint64 t = _options.clock->secsSinceEpoch();
+    if (!_pppoe)
+        return false;
+
+    std::optional<QString> mac;
+    const auto interfaces = _pppoe->getInterfaceList();
+    if (index < interfaces.size())
+        mac = interfaces[index]._macAddress;
+
+    Conf *conf = Conf::shared();
+    std::optional<QString> dialName;
+    try {
+        DVAccountRule rule(conf ? conf->accountrule.getOrder() : std::nullopt,
+                           conf ? conf->accountrule.getPrefix() : std::nullopt,
+                           conf ? conf->accountrule.getSufix() : std::nullopt,
+                           conf ? conf->accountrule.getPsk() : std::nullopt, &t, mac, _options.clock);
+        dialName = rule.getAccountFromName(name);
+    } catch (const DVRuleException &e) {
+        // No partial dial name may reach the access server: the dial does not start.
+        DVLOG() << "account rule failed: " << QString::fromUtf8(e.what());
+        setError(error, DVError(QStringLiteral("AccountRule"), -1, e.name(), e.reason()));
+        return false;
+    }
+    _pin = dialName.value_or(QString());
+    setUsername(name);
+    _time = t;
+    _index = index;
+    _password = password;
+    return _pppoe->dialWithUserName(_pin, password ? *password : QString(), index, error);
+}
+
+bool DVApp::stopConn()
+{
+    _password.reset();
+    _pin.clear();
+    return _pppoe ? _pppoe->stopConn() : false;
+}
+
+std::vector<QVariantMap> DVApp::getInterfaceList()
+{
+    std::vector<QVariantMap> out;
+    if (!_pppoe)
+        return out;
+    for (const auto &info : _pppoe->getInterfaceList()) {
+        out.push_back({{QStringLiteral("name"), info._displayName},
+                       {QStringLiteral("status"), info._isActive ? QStringLiteral("已连接") : QStringLiteral("未连接")}});
+    }
+    return out;
+}
+
+quint64 DVApp::getLastInterfaceIndex()
+{
+    Conf *conf = Conf::shared();
+    const auto remembered = conf ? conf->user.getDefaultInterface() : UserConf().getDefaultInterface();
+    if (!remembered || !_pppoe)
+        return NotFound;
+    if (!_pppoe->getStatusOfInterface(*remembered))
+        return NotFound;
+    const auto interfaces = _pppoe->getInterfaceList();
+    for (size_t i = 0; i < interfaces.size(); ++i)
+        if (interfaces[i]._bsdName == *remembered)
+            return i;
+    return NotFound;
+}
+
+qint32 DVApp::getConnTime()
+{
+    return _pppoe ? static_cast<qint32>(_pppoe->getConnTime()) : 0;
+}
+
+QString DVApp::username() const
+{
+    std::lock_guard<std::mutex> lock(_usernameMutex);
+    return _username;
+}
+
+void DVApp::setUsername(const QString &name)
+{
+    std::lock_guard<std::mutex> lock(_usernameMutex);
+    _username = name;
+}
+
+void DVApp::requestToken()
+{
+    const auto password = _password.lock();
+    const QString user = username();
+    if (user.isEmpty() || !password)
+        return;
+    _queue->addOperation(std::make_shared<TokenReuest>(user, *password));
+}
+
+void DVApp::onEventWithObject(const DVEventObjectPtr &object)
+{
+    const auto *event = dynamic_cast<const DVDialStatusEvent *>(object.get());
+    if (!event)
+        return;
+    if (event->dialState == DVDialStateDisconnected) {
+        if (_isConntcted)
+            DVEnv::shared().recordConnDown();
+        _isConntcted = false;
+        _queue->cancelAllOperations();
+    } else if (event->dialState == DVDialStateConnected) {
+        if (!_isConntcted)
+            onConnected();
+        _isConntcted = true;
+    }
+    Q_EMIT dialStateChanged(event->dialState);
+}
+
+void DVApp::onConnected()
+{
+    if (UIConf::shared().ifRememberInterface() && _pppoe) {
+        const auto interfaces = _pppoe->getInterfaceList();
+        if (_index < interfaces.size())
+            UserConf().setDefaultInterface(interfaces[_index]._bsdName);
+    }
+    DVEnv::shared().recordConnUp();
+    startTasks();
+}
+
+void DVApp::startTasks()
+{
+    Conf *conf = Conf::shared();
+    const auto host = conf ? conf->business.getHost() : std::nullopt;
+    if (host && !host->isEmpty()) {
+        _queue->addOperation(std::make_shared<ConfigReq>(*host, username(), _options.bubbles));
+        _queue->addOperation(std::make_shared<Register>(*host, _pppoe.get(), username(), _index));
+    }
+    startHeart();
+    _queue->addOperation(std::make_shared<SMSVerify>(username()));
+}
+
+void DVApp::startHeart()
+{
+    const QString name = QString::fromLatin1(_pin.toUtf8().toBase64());
+    if (name.isEmpty()) {
+        DVLOG() << "name is nil";
+        return;
+    }
+    const QString mac = _pppoe ? _pppoe->getMacAddress() : QString();
+    const auto ip = _pppoe ? _pppoe->getIP() : std::nullopt;
+    if (mac.isEmpty() || !ip) {
+        DVLOG() << QStringLiteral("mac or ip is nil,mac : %1, ip : %2")
+                       .arg(mac.isEmpty() ? QStringLiteral("(null)") : mac, ip.value_or(QStringLiteral("(null)")));
+        return;
+    }
+    const BcomData negotiation = BcomData::MakeNegotiationWithName(name, QString::number(_time),
+                                                                   _pppoe->getMacAddress(), *ip);
+    auto data = BcomOperationData::init();
+    if (!data)
+        return;
+    data->waitPolicy = _options.heartbeatWaits;
+    data->onExchange = _options.onHeartbeatExchange;
+    if (auto op = BcomOperation::initWithBcomData(negotiation, data, _queue))
+        _queue->addOperation(op);
+}

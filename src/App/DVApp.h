@@ -1,0 +1,102 @@
+#pragma once
+
+#include "Bcom/BcomOperationData.h"
+#include "Dial/PPPoE.h"
+#include "Util/Clock.h"
+#include "Util/DVError.h"
+#include "Util/DVEvent.h"
+#include "Util/OperationQueue.h"
+
+#include <QObject>
+#include <QString>
+#include <QVariantMap>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+class BubbleCenter;
+
+// The one object that turns a request to connect into a running, supervised connection. It
+// owns the PPPoE manager and the connection's work queue, learns of link changes only from
+// the event bus (event 1, delivered on the main thread), starts the connection's tasks when
+// the link comes up and cancels them all when it goes down.
+//
+// Call it on the main thread. The process uses one instance (shareInstance()); tests and tools
+// may build their own with a chosen dialing back-end.
+class DVApp : public QObject
+{
+    Q_OBJECT
+public:
+    // The "not found" interface index.
+    static constexpr quint64 NotFound = 0x7FFFFFFFFFFFFFFFULL;
+
+    struct Options
+    {
+        std::shared_ptr<Clock> clock = Clock::system();
+        // Heartbeat pauses (tests shrink them); empty means real seconds.
+        BcomWaitPolicy heartbeatWaits;
+        // Told about every heartbeat exchange, on a worker thread.
+        std::function<void(const BcomExchange &)> onHeartbeatExchange;
+        // Where the configuration request shows its bubbles; null means none are shown.
+        BubbleCenter *bubbles = nullptr;
+    };
+
+    explicit DVApp(std::unique_ptr<PPPoE> pppoe);
+    DVApp(std::unique_ptr<PPPoE> pppoe, Options options);
+    ~DVApp() override;
+
+    // The process's controller, created on first use with the platform's dialing back-end
+    // unless installShared() gave one before.
+    static DVApp &shareInstance();
+    static void installShared(std::unique_ptr<DVApp> app);
+
+    // Dials `index` of the interface list with the dial name made from `name` by the account
+    // rule. The password is not kept alive here: the caller owns it. True means dialing
+    // started; the connected state arrives later as an event.
+    bool dialWithUserName(const QString &name, const std::shared_ptr<const QString> &password, quint64 index,
+                          DVError *error);
+    // Forgets the dial name and password and hangs up; the tasks end with the disconnected event.
+    bool stopConn();
+
+    // {"name": display name, "status": "已连接" | "未连接"} per interface, in list order.
+    std::vector<QVariantMap> getInterfaceList();
+    // Position of the remembered interface in the list, or NotFound.
+    quint64 getLastInterfaceIndex();
+    qint32 getConnTime();
+    QString username() const;
+    void requestToken();
+
+    void onEventWithObject(const DVEventObjectPtr &object);
+    void onConnected();
+    void startTasks();
+    void startHeart();
+
+    // Bubbles show only while connected.
+    bool shouldPresentNotification() const { return _isConntcted; }
+
+    bool isConnected() const { return _isConntcted; }
+    // The dial name of the last dial (empty after stopConn()).
+    QString pin() const { return _pin; }
+    qint64 dialTime() const { return _time; }
+    PPPoE *pppoe() const { return _pppoe.get(); }
+    const std::shared_ptr<OperationQueue> &queue() const { return _queue; }
+
+Q_SIGNALS:
+    // Emitted on the main thread after the controller has handled a dial-status event.
+    void dialStateChanged(qint64 dialState);
+
+private:
+    void setUsername(const QString &name);
+
+    bool _isConntcted = false;
+    std::unique_ptr<PPPoE> _pppoe;
+    QString _pin;
+    std::shared_ptr<OperationQueue> _queue;
+    mutable std::mutex _usernameMutex; // background tasks read the account name
+    QString _username;
+    std::weak_ptr<const QString> _password;
+    qint64 _time = 0;
+    quint64 _index = 0;
+    Options _options;
+};

@@ -1,0 +1,62 @@
+#include "BusinessHttp.h"
+
+#include "Util/DVError.h"
+
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+namespace BusinessHttp {
+
+QNetworkReply *start(QNetworkAccessManager &manager, const HttpRequestSpec &spec)
+{
+    QNetworkRequest request(spec.url);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
+    request.setTransferTimeout(spec.timeoutMs);
+    for (const auto &[name, value] : spec.headers)
+        request.setRawHeader(name, value);
+    if (spec.body)
+        return manager.sendCustomRequest(request, spec.method, *spec.body);
+    return manager.sendCustomRequest(request, spec.method);
+}
+
+HttpReply collect(QNetworkReply *reply)
+{
+    HttpReply out;
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (status.isValid()) {
+        // An HTTP answer arrived; 4xx/5xx are statuses here, not transport failures.
+        out.status = status.toInt();
+        out.body = reply->readAll();
+        return out;
+    }
+    out.cancelled = reply->error() == QNetworkReply::OperationCanceledError;
+    out.timedOut = reply->error() == QNetworkReply::TimeoutError;
+    out.transportError = reply->errorString();
+    if (out.transportError->isEmpty())
+        out.transportError = QStringLiteral("no answer");
+    return out;
+}
+
+DVError transportErrorOf(const HttpReply &reply)
+{
+    const qint64 code = reply.cancelled ? -999 : reply.timedOut ? -1001 : -1;
+    return DVError(QStringLiteral("NSURLErrorDomain"), code, reply.transportError.value_or(QString()));
+}
+
+HttpReply sendBlocking(const HttpRequestSpec &spec)
+{
+    QNetworkAccessManager manager;
+    QNetworkReply *reply = start(manager, spec);
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    if (!reply->isFinished())
+        loop.exec();
+    HttpReply out = collect(reply);
+    delete reply;
+    return out;
+}
+
+} // namespace BusinessHttp

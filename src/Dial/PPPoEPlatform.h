@@ -1,0 +1,149 @@
+#pragma once
+
+#include <QString>
+#include <QVariantMap>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+// The operations of the system network configuration that the PPPoE manager needs, one for
+// each call it makes on macOS (SystemConfiguration, plus the Security authorization and the
+// system uptime). The manager's logic is written once against this interface; a back-end
+// supplies the operations for one platform (NetworkManager on Linux, an in-memory simulation
+// for the demo and for tests).
+//
+// Handles are opaque: each back-end derives its own objects from PlatformObject and casts
+// them back. A null handle stands for the platform's NULL.
+//
+// Threads: "schedule on the run loop" means "deliver callbacks on the thread that scheduled",
+// through that thread's Qt event loop. A back-end never calls back after it is destroyed.
+
+class PlatformObject
+{
+public:
+    virtual ~PlatformObject() = default;
+};
+
+using AuthorizationRef = std::shared_ptr<PlatformObject>;
+using PreferencesRef = std::shared_ptr<PlatformObject>;
+using NetworkSetRef = std::shared_ptr<PlatformObject>;
+using NetworkServiceRef = std::shared_ptr<PlatformObject>;
+using NetworkInterfaceRef = std::shared_ptr<PlatformObject>;
+using NetworkConnectionRef = std::shared_ptr<PlatformObject>;
+using DynamicStoreRef = std::shared_ptr<PlatformObject>;
+
+// Names of interface types and of the keys of configuration and status dictionaries.
+namespace PPPoEKey {
+inline const QString InterfaceTypeEthernet = QStringLiteral("Ethernet");
+inline const QString InterfaceTypeIEEE80211 = QStringLiteral("IEEE80211");
+inline const QString InterfaceTypePPP = QStringLiteral("PPP");
+
+inline const QString EntNetPPP = QStringLiteral("PPP");
+inline const QString EntNetIPv4 = QStringLiteral("IPv4");
+inline const QString PropNetPPPAuthName = QStringLiteral("AuthName");
+inline const QString PropNetPPPAuthPassword = QStringLiteral("AuthPassword");
+inline const QString PropNetPPPCommRemoteAddress = QStringLiteral("CommRemoteAddress");
+inline const QString PropNetPPPConnectTime = QStringLiteral("ConnectTime");
+inline const QString PropNetIPv4Addresses = QStringLiteral("Addresses");
+// Entry of a link-state value in the dynamic store.
+inline const QString LinkActive = QStringLiteral("Active");
+} // namespace PPPoEKey
+
+// Status of a network connection as the platform reports it.
+enum NetworkConnectionStatus : int {
+    NetworkConnectionInvalid = -1,
+    NetworkConnectionDisconnected = 0,
+    NetworkConnectionConnecting = 1,
+    NetworkConnectionConnected = 2,
+    NetworkConnectionDisconnecting = 3,
+};
+
+// Flags of authorizationCreate (interaction allowed | extend rights | pre-authorize).
+enum : quint32 { AuthorizationFlagsDialDefault = 19 };
+
+class PPPoEPlatform
+{
+public:
+    // Called for every status change of a scheduled connection.
+    using ConnectionCallback = std::function<void(const NetworkConnectionRef &connection, int status)>;
+    // Called when the stored network configuration changed (notification type as the
+    // platform gives it).
+    using PreferencesCallback = std::function<void(const PreferencesRef &prefs, quint32 notificationType)>;
+
+    virtual ~PPPoEPlatform() = default;
+
+    // The back-end's name ("networkmanager", "simulated", ...), for logs.
+    virtual QString name() const = 0;
+
+    // --- Authorization (AuthorizationCreate) ---
+    virtual AuthorizationRef authorizationCreate(quint32 flags) = 0;
+
+    // --- Preferences session (SCPreferences*) ---
+    virtual PreferencesRef preferencesCreateWithAuthorization(const QString &name, const AuthorizationRef &auth) = 0;
+    virtual PreferencesRef preferencesCreate(const QString &name) = 0;
+    virtual bool preferencesSetCallback(const PreferencesRef &prefs, PreferencesCallback callback) = 0;
+    virtual bool preferencesScheduleWithRunLoop(const PreferencesRef &prefs) = 0;
+    virtual bool preferencesUnscheduleFromRunLoop(const PreferencesRef &prefs) = 0;
+    virtual bool preferencesLock(const PreferencesRef &prefs, bool wait) = 0;
+    virtual bool preferencesUnlock(const PreferencesRef &prefs) = 0;
+    virtual bool preferencesCommitChanges(const PreferencesRef &prefs) = 0;
+    virtual bool preferencesApplyChanges(const PreferencesRef &prefs) = 0;
+    virtual void preferencesSynchronize(const PreferencesRef &prefs) = 0;
+
+    // --- Network sets (SCNetworkSet*) ---
+    virtual NetworkSetRef networkSetCopyCurrent(const PreferencesRef &prefs) = 0;
+    // The set's services in the set's order; nullopt when they cannot be read.
+    virtual std::optional<std::vector<NetworkServiceRef>> networkSetCopyServices(const NetworkSetRef &set) = 0;
+    virtual bool networkSetAddService(const NetworkSetRef &set, const NetworkServiceRef &service) = 0;
+
+    // --- Services (SCNetworkService*) ---
+    virtual NetworkServiceRef networkServiceCreate(const PreferencesRef &prefs, const NetworkInterfaceRef &iface) = 0;
+    virtual NetworkInterfaceRef networkServiceGetInterface(const NetworkServiceRef &service) = 0;
+    // A null string when the service has no name.
+    virtual QString networkServiceGetName(const NetworkServiceRef &service) = 0;
+    virtual bool networkServiceSetName(const NetworkServiceRef &service, const QString &name) = 0;
+    virtual bool networkServiceGetEnabled(const NetworkServiceRef &service) = 0;
+    virtual bool networkServiceSetEnabled(const NetworkServiceRef &service, bool enabled) = 0;
+    virtual bool networkServiceRemove(const NetworkServiceRef &service) = 0;
+    virtual bool networkServiceEstablishDefaultConfiguration(const NetworkServiceRef &service) = 0;
+    // A null string when the service has no ID.
+    virtual QString networkServiceGetServiceID(const NetworkServiceRef &service) = 0;
+
+    // --- Interfaces (SCNetworkInterface*) ---
+    virtual QString networkInterfaceGetInterfaceType(const NetworkInterfaceRef &iface) = 0;
+    virtual QString networkInterfaceGetLocalizedDisplayName(const NetworkInterfaceRef &iface) = 0;
+    virtual QString networkInterfaceGetBSDName(const NetworkInterfaceRef &iface) = 0;
+    virtual QString networkInterfaceGetHardwareAddressString(const NetworkInterfaceRef &iface) = 0;
+    // The interface under a layered one (the Ethernet under a PPP interface).
+    virtual NetworkInterfaceRef networkInterfaceGetInterface(const NetworkInterfaceRef &iface) = 0;
+    virtual NetworkInterfaceRef networkInterfaceCreateWithInterface(const NetworkInterfaceRef &child,
+                                                                    const QString &interfaceType) = 0;
+    virtual std::optional<QVariantMap> networkInterfaceGetConfiguration(const NetworkInterfaceRef &iface) = 0;
+    virtual bool networkInterfaceSetConfiguration(const NetworkInterfaceRef &iface, const QVariantMap &config) = 0;
+
+    // --- Connections (SCNetworkConnection*) ---
+    virtual NetworkConnectionRef networkConnectionCreateWithServiceID(const QString &serviceID,
+                                                                      ConnectionCallback callback) = 0;
+    virtual bool networkConnectionScheduleWithRunLoop(const NetworkConnectionRef &connection) = 0;
+    virtual bool networkConnectionUnscheduleFromRunLoop(const NetworkConnectionRef &connection) = 0;
+    virtual int networkConnectionGetStatus(const NetworkConnectionRef &connection) = 0;
+    // The options carry the credentials; a back-end hands them to the system for this start
+    // only and never stores or logs them.
+    virtual bool networkConnectionStart(const NetworkConnectionRef &connection, const QVariantMap &userOptions,
+                                        bool linger) = 0;
+    virtual bool networkConnectionStop(const NetworkConnectionRef &connection, bool forceDisconnect) = 0;
+    virtual std::optional<QVariantMap> networkConnectionCopyExtendedStatus(const NetworkConnectionRef &connection) = 0;
+
+    // --- Dynamic store (SCDynamicStore*) ---
+    virtual DynamicStoreRef dynamicStoreCreate(const QString &name) = 0;
+    virtual std::optional<QVariantMap> dynamicStoreCopyValue(const DynamicStoreRef &store, const QString &key) = 0;
+
+    // --- Errors of the last failed call on this thread (SCError, SCErrorString) ---
+    virtual int scError() = 0;
+    virtual QString scErrorString(int code) = 0;
+
+    // --- Whole seconds since boot on the clock the connect time is given in ---
+    virtual qint64 systemUptimeSeconds() = 0;
+};

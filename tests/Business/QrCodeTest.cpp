@@ -1,0 +1,360 @@
+// QR-code log-in against the simulated QR-code service, and the QR image.
+
+#include "BusinessTestSupport.h"
+
+#include "services/QrCodeServer.h"
+
+#include "Business/QrCode/QrCodeDial.h"
+#include "Business/QrCode/QrCodeError.h"
+#include "Business/QrCode/QrCodeGenerator.h"
+#include "Business/QrCode/QrCodeModels.h"
+#include "Util/Crypto.h"
+#include "Util/DVUtils.h"
+
+#include <gtest/gtest.h>
+
+using BizTest::Logs;
+using DVNotification::NotificationInfoKeyQrCodeCheck;
+using DVNotification::NotificationInfoKeyQrCodeGet;
+
+namespace {
+
+const QString kHashKey = QStringLiteral("c1d8e4a70f3b9265d4e8a1c7b0f35e92");
+const QString kDecodeKey = QStringLiteral("3a9f5c1e7b2d4068");
+
+class QrLogin : public ::testing::Test
+{
+protected:
+    void start(const QString &scenario = {})
+    {
+        auto config = BizTest::demoConfig();
+        std::map<QString, QString> scenarios;
+        if (!scenario.isEmpty())
+            scenarios[QStringLiteral("qrcode")] = scenario;
+        ASSERT_TRUE(BizTest::startServices(host, config, {QStringLiteral("qrcode")}, scenarios));
+        server = static_cast<QrCodeServer *>(host.service(QStringLiteral("qrcode")));
+        dial = std::make_unique<QrCodeDial>(BizTest::local(server->port()), kHashKey, kDecodeKey,
+                                            QStringLiteral("PPPoE"), QStringLiteral("10.0.0.8"),
+                                            QStringLiteral("52:54:00:12:34:56"));
+    }
+
+    // Asks for a code and returns the "get" payload.
+    QrCodeGetNotificationInfo requestCode(BizTest::Observed &seen)
+    {
+        const size_t before = seen.count();
+        dial->doRequest();
+        EXPECT_TRUE(seen.waitFor(before + 1));
+        for (size_t i = before; i < seen.count(); ++i)
+            if (const auto p = seen.payload<QrCodeGetNotificationInfo>(i, NotificationInfoKeyQrCodeGet))
+                return *p;
+        ADD_FAILURE() << "no get notification";
+        return {};
+    }
+
+    // Starts the check, releases it with `outcome` once the service holds it, returns the payload.
+    QrCodeCheckNotificationInfo check(BizTest::Observed &seen, const QString &outcome)
+    {
+        const size_t before = seen.count();
+        EXPECT_TRUE(dial->doCheck());
+        EXPECT_TRUE(TestSupport::spinUntil([&] { return server->waitingChecks() == 1; }));
+        EXPECT_EQ(seen.count(), before) << "the check must wait for the scan";
+        server->release(outcome);
+        EXPECT_TRUE(seen.waitFor(before + 1));
+        if (const auto p = seen.payload<QrCodeCheckNotificationInfo>(before, NotificationInfoKeyQrCodeCheck))
+            return *p;
+        ADD_FAILURE() << "no check notification";
+        return {};
+    }
+
+    SimHost host;
+    QrCodeServer *server = nullptr;
+    std::unique_ptr<QrCodeDial> dial;
+};
+
+TEST_F(QrLogin, ConfirmedScanDeliversTheCredentials)
+{
+    start();
+    BizTest::Observed seen(DVNotification::DVNotificationNameQRcode);
+    const auto got = requestCode(seen);
+    ASSERT_TRUE(got.err);
+    EXPECT_EQ(got.err->code, 0);
+    EXPECT_TRUE(server->lastSignatureOk());
+    const auto sid = dial->sessionId();
+    ASSERT_TRUE(sid);
+    EXPECT_EQ(got.qrCodeContent, BizTest::local(server->port(), QStringLiteral("/scan/")) + *sid + QStringLiteral("$$") + *sid);
+
+    const auto result = check(seen, QStringLiteral("confirmed"));
+    ASSERT_TRUE(result.err);
+    EXPECT_EQ(result.err->code, 0);
+    EXPECT_EQ(result.username, QStringLiteral("demo"));
+    EXPECT_EQ(result.password, QStringLiteral("demo123"));
+}
+
+TEST_F(QrLogin, CheckOutcomes)
+{
+    struct Case
+    {
+        const char *outcome;
+        qint64 code;
+        QString description;
+    };
+    const Case cases[] = {
+        {"expired", 4, QStringLiteral("获取扫码结果超时,二维码已过期")},
+        {"failed", 2, QStringLiteral("二维码服务器返回的结果为失败,扫码登录被拒绝")},
+        {"garbled", 5, QStringLiteral("解密用户信息时失败")},
+    };
+    start();
+    BizTest::Observed seen(DVNotification::DVNotificationNameQRcode);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.outcome);
+        requestCode(seen);
+        const auto result = check(seen, QString::fromUtf8(c.outcome));
+        ASSERT_TRUE(result.err);
+        EXPECT_EQ(result.err->domain, QStringLiteral("QrcodeDomain"));
+        EXPECT_EQ(result.err->code, c.code);
+        EXPECT_EQ(result.err->localizedDescription, c.description);
+        EXPECT_TRUE(result.username.isEmpty());
+        EXPECT_TRUE(result.password.isEmpty());
+    }
+}
+
+TEST_F(QrLogin, ExpiryLeadsToAFreshCodeAsTheViewDrivesIt)
+{
+    start();
+    BizTest::Observed seen(DVNotification::DVNotificationNameQRcode);
+    requestCode(seen);
+    const auto first = dial->sessionId();
+    ASSERT_EQ(check(seen, QStringLiteral("expired")).err->code, 4);
+    // The view's rule: code 4 asks for a fresh code and waits again.
+    const auto again = requestCode(seen);
+    EXPECT_EQ(again.err->code, 0);
+    EXPECT_NE(dial->sessionId(), first);
+    const auto result = check(seen, QStringLiteral("confirmed"));
+    EXPECT_EQ(result.username, QStringLiteral("demo"));
+}
+
+TEST_F(QrLogin, LongPollIsCancelledAtOnce)
+{
+    start();
+    BizTest::Observed seen(DVNotification::DVNotificationNameQRcode);
+    requestCode(seen);
+    const size_t before = seen.count();
+    ASSERT_TRUE(dial->doCheck());
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return server->waitingChecks() == 1; }));
+    Logs logs;
+    dial->cancel();
+    ASSERT_TRUE(seen.waitFor(before + 1));
+    const auto p = seen.payload<QrCodeCheckNotificationInfo>(before, NotificationInfoKeyQrCodeCheck);
+    ASSERT_TRUE(p && p->err);
+    EXPECT_EQ(p->err->code, -999);
+    EXPECT_TRUE(logs.contains(QStringLiteral("qrcode request error, err: ")));
+    EXPECT_TRUE(TestSupport::spinUntil([&] { return server->waitingChecks() == 0; }));
+}
+
+TEST_F(QrLogin, ServiceFaults)
+{
+    {
+        SCOPED_TRACE("success 1 without url");
+        start(QStringLiteral("no-url"));
+        BizTest::Observed seen(DVNotification::DVNotificationNameQRcode);
+        Logs logs;
+        const auto got = requestCode(seen);
+        ASSERT_TRUE(got.err);
+        EXPECT_EQ(got.err->code, 1);
+        EXPECT_EQ(got.err->localizedDescription, QStringLiteral("返回内容解析失败,ok"));
+        EXPECT_TRUE(got.qrCodeContent.isEmpty());
+        EXPECT_TRUE(logs.contains(QStringLiteral("QrcodeDomain 返回内容解析失败,ok, ")));
+    }
+    {
+        SCOPED_TRACE("status 500 with an empty body");
+        host = SimHost();
+        start(QStringLiteral("http500-empty"));
+        BizTest::Observed seen(DVNotification::DVNotificationNameQRcode);
+        requestCode(seen);
+        Logs logs;
+        const size_t before = seen.count();
+        ASSERT_TRUE(dial->doCheck());
+        ASSERT_TRUE(seen.waitFor(before + 1));
+        const auto p = seen.payload<QrCodeCheckNotificationInfo>(before, NotificationInfoKeyQrCodeCheck);
+        ASSERT_TRUE(p && p->err);
+        EXPECT_EQ(p->err->code, 2);
+        EXPECT_EQ(p->err->localizedDescription, QStringLiteral("二维码服务器返回的结果为失败"));
+        EXPECT_TRUE(logs.has(QStringLiteral("qrcode check failed ,response data is nil, http sattus code 500")));
+    }
+}
+
+TEST(QrCodeDialProperties, RefusalsAndTheirWords)
+{
+    struct Case
+    {
+        const char *name;
+        std::optional<QString> host, encodeKey, decodeKey, dialType, ip, mac;
+        const char *logLine;
+    };
+    const QString h = QStringLiteral("http://127.0.0.1:9");
+    const QString k = QStringLiteral("k");
+    const QString t = QStringLiteral("PPPoE");
+    const QString ip = QStringLiteral("10.0.0.8");
+    const QString mac = QStringLiteral("52:54:00:12:34:56");
+    const Case cases[] = {
+        {"no mac", h, k, k, t, ip, QString(), "qrcode error, mac address is nil or empty "},
+        {"no ip", h, k, k, t, std::nullopt, mac, "qrcode error, IP address is nil or empty "},
+        {"ftp host", QStringLiteral("ftp://x/"), k, k, t, ip, mac, "qrcode request failed, host format error"},
+        {"no host", std::nullopt, k, k, t, ip, mac, "qrcode request failed, host format error"},
+        {"no decode key", h, k, QString(), t, ip, mac, "qrcode error, decodeKey is nil or empty "},
+        {"no encode key", h, std::nullopt, k, t, ip, mac, "qrcode error, decodeKey is nil or empty "},
+        {"no dial type", h, k, k, QString(), ip, mac, "qrcode error, dial type is nil or empty "},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        QrCodeDial dial(c.host, c.encodeKey, c.decodeKey, c.dialType, c.ip, c.mac);
+        BizTest::Observed seen(DVNotification::DVNotificationNameQRcode);
+        Logs logs;
+        dial.doRequest();
+        // Posted at once, on the calling thread: code 0 and no content.
+        ASSERT_EQ(seen.count(), 1u);
+        const auto p = seen.payload<QrCodeGetNotificationInfo>(0, NotificationInfoKeyQrCodeGet);
+        ASSERT_TRUE(p && p->err);
+        EXPECT_EQ(p->err->code, 0);
+        EXPECT_TRUE(p->qrCodeContent.isEmpty());
+        EXPECT_TRUE(logs.has(QString::fromUtf8(c.logLine))) << logs.all().join(u'|').toStdString();
+    }
+    QrCodeDial fresh(h, k, k, t, ip, mac);
+    Logs logs;
+    EXPECT_FALSE(fresh.doCheck());
+    EXPECT_TRUE(logs.has(QStringLiteral("qrcode check failed, session id is nil or empty")));
+}
+
+TEST(QrCodeDialDecrypt, EncryptedUserInformation)
+{
+    QrCodeDial dial(QStringLiteral("http://127.0.0.1:9"), QStringLiteral("h"), kDecodeKey, QStringLiteral("PPPoE"),
+                    QStringLiteral("10.0.0.8"), QStringLiteral("m"));
+    const auto enc = [](const QString &plain) {
+        return QString::fromLatin1(DVUtils::aesEcbEncode(plain.toUtf8(), kDecodeKey)->toBase64());
+    };
+    struct Case
+    {
+        const char *name;
+        QString data;
+        bool ok;
+        QString user, pwd;
+    };
+    const QString good = enc(QStringLiteral("张三$pa$$")); // splits into three: refused
+    const Case cases[] = {
+        {"two pieces", enc(QStringLiteral("demo$demo123")), true, QStringLiteral("demo"), QStringLiteral("demo123")},
+        {"noise ignored", QStringLiteral("\n") + enc(QStringLiteral("u$p")).insert(4, QStringLiteral(" *\n")), true,
+         QStringLiteral("u"), QStringLiteral("p")},
+        {"empty password", enc(QStringLiteral("u$")), true, QStringLiteral("u"), QString()},
+        {"three pieces", enc(QStringLiteral("a$b$c")), false, {}, {}},
+        {"more pieces", good, false, {}, {}},
+        {"no separator", enc(QStringLiteral("ab")), false, {}, {}},
+        {"not padded", enc(QStringLiteral("u$p")).remove(QLatin1Char('=')).left(22), false, {}, {}},
+        {"wrong key", QString::fromLatin1(DVUtils::aesEcbEncode("u$p", QStringLiteral("other"))->toBase64()), false, {}, {}},
+        {"empty", QString(), false, {}, {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        QString user, pwd;
+        EXPECT_EQ(dial.decryptUserInfo(c.data, &user, &pwd), c.ok);
+        if (c.ok) {
+            EXPECT_EQ(user, c.user);
+            EXPECT_EQ(pwd, c.pwd);
+        }
+    }
+}
+
+TEST(QrAnswers, Validation)
+{
+    struct Case
+    {
+        const char *name;
+        bool check; // checkQrcode answer, else getQrcode
+        const char *body;
+        bool parses;
+        bool valid;
+        qint64 code;
+    };
+    const Case cases[] = {
+        {"get ok", false, R"({"success":"1","checkMessage":"m","sessionid":"s","token":"t","url":"u"})", true, true, 0},
+        {"get 1 without token", false, R"({"success":"1","checkMessage":"m","sessionid":"s","url":"u"})", true, false, 1},
+        {"get 2", false, R"({"success":"2","checkMessage":"m"})", true, false, 2},
+        {"get other", false, R"({"success":"0","checkMessage":"m"})", true, true, 0},
+        {"get no message", false, R"({"success":"1"})", false, false, 1},
+        {"get number", false, R"({"success":1,"checkMessage":"m"})", false, false, 1},
+        {"check scanned", true, R"({"truncated":"0","success":"1","entryptData":"x"})", true, true, 0},
+        {"check expired", true, R"({"truncated":"0","sessionid":"s"})", true, false, 4},
+        {"check 1 without data", true, R"({"truncated":"0","success":"1"})", true, false, 1},
+        {"check 3", true, R"({"truncated":"0","success":"3"})", true, false, 2},
+        {"check nothing", true, R"({"truncated":"0"})", true, true, 0},
+        {"check without truncated", true, R"({"success":"1","entryptData":"x"})", false, false, 1},
+        {"not an object", true, R"("x")", false, false, 1},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        DVError error;
+        bool parsed = false, valid = false;
+        if (c.check) {
+            const auto r = QrcodeCheckResult::fromJson(QByteArray(c.body), &error);
+            parsed = r.has_value();
+            valid = parsed && r->validate(&error);
+            if (parsed) {
+                Logs logs;
+                EXPECT_FALSE(r->validate(nullptr));
+                EXPECT_TRUE(logs.has(QStringLiteral("qrcode nil error pointer ref")));
+            }
+        } else {
+            const auto r = QrcodeGetResult::fromJson(QByteArray(c.body), &error);
+            parsed = r.has_value();
+            valid = parsed && r->validate(&error);
+        }
+        EXPECT_EQ(parsed, c.parses);
+        EXPECT_EQ(valid, c.valid);
+        if (!valid) {
+            EXPECT_EQ(error.code, c.code);
+        }
+    }
+    EXPECT_EQ(QrCodeError::createErrorWithID(7, QStringLiteral("x")).localizedDescription, QString());
+    EXPECT_EQ(QrCodeError::createErrorWithID(6).localizedDescription, QStringLiteral("初始化错误"));
+}
+
+TEST(QrImage, ModulesStaySharpWhenScaled)
+{
+    const auto m = QrCodeGenerator::encode(QStringLiteral("http://127.0.0.1:18083/scan/s000001$$s000001"));
+    ASSERT_TRUE(m);
+    // Finder patterns: a dark 7×7 ring with a dark 3×3 centre in three corners.
+    const auto finder = [&](int ox, int oy) {
+        for (int y = 0; y < 7; ++y)
+            for (int x = 0; x < 7; ++x) {
+                const bool ring = x == 0 || y == 0 || x == 6 || y == 6;
+                const bool centre = x >= 2 && x <= 4 && y >= 2 && y <= 4;
+                if (m->dark(ox + x, oy + y) != (ring || centre))
+                    return false;
+            }
+        return true;
+    };
+    EXPECT_TRUE(finder(0, 0));
+    EXPECT_TRUE(finder(m->width - 7, 0));
+    EXPECT_TRUE(finder(0, m->width - 7));
+    EXPECT_EQ((m->width - 17) % 4, 0); // a real QR symbol size
+
+    for (const double size : {100.0, 250.0, 37.0}) {
+        SCOPED_TRACE(size);
+        const QrBitmap b = QrCodeGenerator::scaleNearest(*m, size);
+        const double factor = size / m->width;
+        EXPECT_EQ(b.width, static_cast<int>(m->width * factor));
+        EXPECT_EQ(b.height, b.width);
+        for (int y = 0; y < b.height; ++y)
+            for (int x = 0; x < b.width; ++x) {
+                const unsigned char v = b.pixel(x, y);
+                ASSERT_TRUE(v == 0 || v == 255); // no grey: no interpolation
+                const int mx = qMin(m->width - 1, static_cast<int>(x / factor));
+                const int my = qMin(m->width - 1, static_cast<int>(y / factor));
+                ASSERT_EQ(v == 0, m->dark(mx, my));
+            }
+    }
+    EXPECT_FALSE(QrCodeGenerator::getQRCodeWithInfo(QString(), 100));
+    const QString text = QrCodeGenerator::renderHalfBlocks(*m, 2, false);
+    EXPECT_EQ(text.count(QLatin1Char('\n')), (m->width + 4 + 1) / 2);
+}
+
+} // namespace

@@ -1,0 +1,215 @@
+#include "Util/DVEvent.h"
+#include "Util/DVNotification.h"
+#include "support/TestSupport.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+constexpr int kLiveness = 30000;
+// An event ID nobody in the client uses: tests must not disturb each other's subscribers.
+constexpr quint64 kOtherEvent = 77;
+
+bool onMainThread()
+{
+    return QThread::currentThread() == QCoreApplication::instance()->thread();
+}
+
+// One subscriber's view of what reached it.
+struct Received
+{
+    std::vector<qint64> states; // -1 for an event without object
+    int offMain = 0;
+    DVEventHandler handler()
+    {
+        return [this](const DVEventObjectPtr &object) {
+            offMain += onMainThread() ? 0 : 1;
+            const auto *dial = dynamic_cast<const DVDialStatusEvent *>(object.get());
+            states.push_back(dial ? dial->dialState : -1);
+        };
+    }
+};
+
+// Fires a marker event for `server` and runs the main loop until it arrives: the main queue is
+// first in, first out, so everything fired before it has been delivered (or skipped) by then.
+void drain()
+{
+    QObject marker;
+    std::atomic<bool> seen{false};
+    DVEvent::shared().addObserver(
+        &marker, [&](const DVEventObjectPtr &) { seen = true; }, 999, OperationQueue::mainQueue());
+    DVEvent::shared().fireEventWithEventID(999, nullptr);
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return seen.load(); }, kLiveness));
+    DVEvent::shared().removeObserver(&marker, 999);
+}
+
+class EventBus : public ::testing::Test
+{
+protected:
+    void TearDown() override
+    {
+        for (QObject *o : {&a, &b})
+            DVEvent::shared().removeObserver(o, DVEventIdDialStatus);
+    }
+    QObject a, b;
+    Received ra, rb;
+};
+
+} // namespace
+
+TEST_F(EventBus, WorkerThreadEventsReachMainThreadSubscribers)
+{
+    auto &bus = DVEvent::shared();
+    bus.addObserver(&a, ra.handler(), DVEventIdDialStatus, OperationQueue::mainQueue());
+    bus.addObserver(&b, rb.handler(), kOtherEvent, OperationQueue::mainQueue());
+    std::thread([&] {
+        bus.fireEventWithEventID(DVEventIdDialStatus, DVDialStatusEvent::eventWithSates(DVDialStateConnected));
+        bus.fireEventWithEventID(DVEventIdDialStatus, nullptr);
+        bus.fireEventWithEventID(12345, DVDialStatusEvent::eventWithSates(DVDialStateInProgress));
+    }).join();
+    drain();
+    EXPECT_EQ(ra.states, (std::vector<qint64>{DVDialStateConnected, -1}));
+    EXPECT_EQ(ra.offMain, 0);
+    EXPECT_TRUE(rb.states.empty());
+}
+
+TEST_F(EventBus, RegistrationsAreNotMergedAndRemovalCoversEveryEvent)
+{
+    auto &bus = DVEvent::shared();
+    bus.addObserver(&a, ra.handler(), DVEventIdDialStatus, OperationQueue::mainQueue());
+    bus.addObserver(&a, ra.handler(), DVEventIdDialStatus, OperationQueue::mainQueue());
+    bus.addObserver(&a, ra.handler(), kOtherEvent, OperationQueue::mainQueue());
+    bus.fireEventWithEventID(DVEventIdDialStatus, DVDialStatusEvent::eventWithSates(DVDialStateDisconnected));
+    drain();
+    EXPECT_EQ(ra.states, (std::vector<qint64>{DVDialStateDisconnected, DVDialStateDisconnected}));
+
+    // The event ID given to removal is not consulted: every registration of `a` goes.
+    bus.removeObserver(&a, DVEventIdDialStatus);
+    bus.fireEventWithEventID(kOtherEvent, nullptr);
+    bus.fireEventWithEventID(DVEventIdDialStatus, nullptr);
+    drain();
+    EXPECT_EQ(ra.states.size(), 2u);
+}
+
+TEST_F(EventBus, HandlersMayRemoveSubscribersDuringDelivery)
+{
+    auto &bus = DVEvent::shared();
+    // a's handler unsubscribes a and b; b's delivery of the same event is already queued.
+    bus.addObserver(
+        &a,
+        [&](const DVEventObjectPtr &o) {
+            ra.handler()(o);
+            bus.removeObserver(&a, DVEventIdDialStatus);
+            bus.removeObserver(&b, DVEventIdDialStatus);
+        },
+        DVEventIdDialStatus, OperationQueue::mainQueue());
+    bus.addObserver(&b, rb.handler(), DVEventIdDialStatus, OperationQueue::mainQueue());
+    bus.fireEventWithEventID(DVEventIdDialStatus, nullptr);
+    bus.fireEventWithEventID(DVEventIdDialStatus, nullptr);
+    drain();
+    EXPECT_EQ(ra.states.size(), 1u);
+    EXPECT_TRUE(rb.states.empty());
+}
+
+TEST_F(EventBus, DestroyedSubscribersAreSkipped)
+{
+    auto &bus = DVEvent::shared();
+    const struct
+    {
+        const char *name;
+        bool destroyBeforeFire;
+    } cases[] = {{"destroyed before the event", true}, {"destroyed while the delivery is queued", false}};
+    for (const auto &c : cases) {
+        Received r;
+        auto *gone = new QObject;
+        bus.addObserver(gone, r.handler(), DVEventIdDialStatus, OperationQueue::mainQueue());
+        if (c.destroyBeforeFire)
+            delete gone;
+        bus.fireEventWithEventID(DVEventIdDialStatus, DVDialStatusEvent::eventWithSates(DVDialStateConnected));
+        if (!c.destroyBeforeFire)
+            delete gone;
+        drain();
+        EXPECT_TRUE(r.states.empty()) << c.name;
+    }
+}
+
+TEST_F(EventBus, WorkerQueueSubscribersRunOffTheMainThread)
+{
+    auto worker = OperationQueue::create();
+    std::atomic<int> calls{0}, offMain{0};
+    DVEvent::shared().addObserver(
+        &a,
+        [&](const DVEventObjectPtr &) {
+            offMain += onMainThread() ? 0 : 1;
+            ++calls;
+        },
+        DVEventIdDialStatus, worker);
+    DVEvent::shared().fireEventWithEventID(DVEventIdDialStatus, nullptr);
+    worker->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(offMain, 1);
+}
+
+TEST(Notifications, SynchronousAndQueuedDeliveryWithPayloads)
+{
+    auto &centre = DVNotificationCenter::defaultCenter();
+    using namespace DVNotification;
+    std::vector<QString> direct, queued;
+    std::atomic<int> directOffPoster{0}, queuedOffMain{0};
+    std::thread::id poster;
+    const auto t1 = centre.addObserverForName(DVNotificationNameQRcode, nullptr, [&](const DVNotificationMessage &m) {
+        directOffPoster += std::this_thread::get_id() == poster ? 0 : 1;
+        // The QR channel carries two payload kinds, told apart by their key.
+        if (const auto *get = m.payload<QrCodeGetNotificationInfo>(NotificationInfoKeyQrCodeGet))
+            direct.push_back(QStringLiteral("get:") + get->qrCodeContent);
+        if (const auto *check = m.payload<QrCodeCheckNotificationInfo>(NotificationInfoKeyQrCodeCheck))
+            direct.push_back(QStringLiteral("check:") + check->username);
+        // The wrong type under a key gives nothing.
+        EXPECT_EQ(m.payload<DyPwdCheckNotificationInfo>(NotificationInfoKeyQrCodeGet), nullptr);
+    });
+    const auto t2 = centre.addObserverForName(
+        DVNotificationNameSMSVerifyToUI, OperationQueue::mainQueue(), [&](const DVNotificationMessage &m) {
+            queuedOffMain += onMainThread() ? 0 : 1;
+            const auto *p = m.payload<SMSVerifyToUINotificationInfo>(NotificationInfoKeySMSVerifyToUI);
+            queued.push_back(p ? QString::number(p->timeoutSeconds) : QStringLiteral("none"));
+        });
+    std::thread([&] {
+        poster = std::this_thread::get_id();
+        centre.postNotificationName(
+            DVNotificationNameQRcode,
+            {{NotificationInfoKeyQrCodeGet, QrCodeGetNotificationInfo{std::nullopt, QStringLiteral("qr")}}});
+        centre.postNotificationName(
+            DVNotificationNameQRcode,
+            {{NotificationInfoKeyQrCodeCheck,
+              QrCodeCheckNotificationInfo{std::nullopt, QStringLiteral("u"), QStringLiteral("p")}}});
+        // Synchronous: delivered before posting returns.
+        EXPECT_EQ(direct.size(), 2u);
+        centre.postNotificationName(
+            DVNotificationNameSMSVerifyToUI,
+            {{NotificationInfoKeySMSVerifyToUI, SMSVerifyToUINotificationInfo{std::nullopt, 60}}});
+        centre.postNotificationName(DVNotificationNameSMSVerifyToUI, {});
+        centre.postNotificationName(DVNotificationNameDyPwd, {});
+    }).join();
+    EXPECT_EQ(direct, (std::vector<QString>{QStringLiteral("get:qr"), QStringLiteral("check:u")}));
+    EXPECT_EQ(directOffPoster, 0);
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return queued.size() == 2; }, kLiveness));
+    EXPECT_EQ(queued, (std::vector<QString>{QStringLiteral("60"), QStringLiteral("none")}));
+    EXPECT_EQ(queuedOffMain, 0);
+
+    // Removed: no new deliveries, and a delivery queued before the removal is dropped.
+    centre.postNotificationName(DVNotificationNameSMSVerifyToUI, {});
+    centre.removeObserver(t2);
+    centre.removeObserver(t1);
+    centre.postNotificationName(DVNotificationNameQRcode, {});
+    std::atomic<bool> marker{false};
+    OperationQueue::mainQueue()->addOperationWithBlock([&] { marker = true; });
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return marker.load(); }, kLiveness));
+    EXPECT_EQ(queued.size(), 2u);
+    EXPECT_EQ(direct.size(), 2u);
+}

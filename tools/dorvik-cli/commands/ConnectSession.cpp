@@ -1,0 +1,273 @@
+#include "ConnectSession.h"
+
+#include "CliCommand.h"
+#include "UnixSignals.h"
+
+#include "Bcom/BcomData.h"
+#include "Conf/Conf.h"
+#include "Conf/UIConf.h"
+#include "Dial/PPPoEPlatformFactory.h"
+#include "Dial/simulated/SimulatedPlatform.h"
+#include "Util/DVNotification.h"
+
+#include <QCoreApplication>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QTimer>
+
+#include <nlohmann/json.hpp>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+#include <iostream>
+#include <string>
+
+namespace {
+using json = nlohmann::ordered_json;
+
+void emitLine(const json &line)
+{
+    Cli::out(QString::fromStdString(line.dump()));
+}
+
+json errorJson(const DVError &error)
+{
+    return {{"domain", error.domain.toStdString()},
+            {"code", error.code},
+            {"description", error.localizedDescription.toStdString()},
+            {"reason", error.localizedFailureReason.toStdString()}};
+}
+
+QString readLine()
+{
+    std::string line;
+    if (!std::getline(std::cin, line))
+        return {};
+    if (!line.empty() && line.back() == '\r')
+        line.pop_back();
+    return QString::fromStdString(line);
+}
+} // namespace
+
+ConnectSession::ConnectSession(Settings settings) : _settings(std::move(settings)) {}
+
+ConnectSession::~ConnectSession()
+{
+    if (_smsToken)
+        DVNotificationCenter::defaultCenter().removeObserver(_smsToken);
+}
+
+bool ConnectSession::loadConfiguration()
+{
+    if (!_settings.configPath.isEmpty()) {
+        QString error;
+        auto conf = Conf::fromFile(_settings.configPath, &error);
+        if (!conf) {
+            Cli::err(QStringLiteral("dorvik-cli connect: %1: %2").arg(_settings.configPath, error));
+            return false;
+        }
+        Conf::setShared(std::move(conf));
+    }
+    if (!Conf::shared()) {
+        Cli::err(QStringLiteral("dorvik-cli connect: the configuration %1 could not be read").arg(Conf::systemConfigPath()));
+        return false;
+    }
+    if (_settings.area.isEmpty())
+        Conf::restoreArea();
+    else
+        UIConf::shared().setArea(_settings.area);
+    return true;
+}
+
+std::optional<quint64> ConnectSession::chooseInterface()
+{
+    const auto interfaces = _app->pppoe()->getInterfaceList();
+    if (interfaces.empty()) {
+        Cli::err(QStringLiteral("dorvik-cli connect: no wired or wireless interface to dial on"));
+        return std::nullopt;
+    }
+    if (!_settings.interfaceName.isEmpty()) {
+        for (size_t i = 0; i < interfaces.size(); ++i)
+            if (interfaces[i]._bsdName == _settings.interfaceName)
+                return i;
+        QStringList names;
+        for (const auto &info : interfaces)
+            names.append(info._bsdName);
+        Cli::err(QStringLiteral("dorvik-cli connect: no interface %1 (have: %2)")
+                     .arg(_settings.interfaceName, names.join(QStringLiteral(", "))));
+        return std::nullopt;
+    }
+    const quint64 remembered = _app->getLastInterfaceIndex();
+    if (remembered != DVApp::NotFound)
+        return remembered;
+    return 0; // active interfaces come first
+}
+
+int ConnectSession::run()
+{
+    // The password comes from stdin only and lives in memory only.
+    const auto password = std::make_shared<const QString>(readLine());
+    if (!loadConfiguration())
+        return 1;
+
+    auto platform = PPPoEPlatformFactory::create(_settings.backend);
+    if (!platform) {
+        Cli::err(QStringLiteral("dorvik-cli connect: unknown back-end '%1' (have: %2)")
+                     .arg(_settings.backend, PPPoEPlatformFactory::availableNames().join(QStringLiteral(", "))));
+        return 2;
+    }
+    if (auto *simulated = dynamic_cast<SimulatedPlatform *>(platform.get())) {
+        // The simulated link asks the simulated access concentrator, as pppd would ask the
+        // provider's access server.
+        _network = new QNetworkAccessManager(this);
+        simulated->setAuthHook([this](const QString &dialName, const QString &pw,
+                                      std::function<void(bool, QString)> done) {
+            QNetworkRequest request(_settings.accessConcentrator);
+            request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+            request.setTransferTimeout(5000);
+            const json body = {{"dialName", dialName.toStdString()},
+                               {"password", pw.toStdString()},
+                               {"mac", _dialMac.toStdString()}};
+            QNetworkReply *reply = _network->post(request, QByteArray::fromStdString(body.dump()));
+            connect(reply, &QNetworkReply::finished, this, [reply, done] {
+                reply->deleteLater();
+                const QByteArray raw = reply->readAll();
+                const json answer = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
+                if (answer.is_object() && answer.value("accepted", false)) {
+                    done(true, QString());
+                    return;
+                }
+                QString reason = reply->error() == QNetworkReply::NoError || !raw.isEmpty()
+                                     ? QStringLiteral("refused")
+                                     : QStringLiteral("access concentrator unreachable: ") + reply->errorString();
+                if (answer.is_object() && answer.contains("reason") && answer["reason"].is_string())
+                    reason = QString::fromStdString(answer["reason"].get<std::string>());
+                done(false, reason);
+            });
+        });
+    }
+
+    DVApp::Options options;
+    options.onHeartbeatExchange = [](const BcomExchange &x) {
+        json line = {{"event", "heartbeat"},
+                     {"sent", x.sent.type.toStdString()},
+                     {"request_sequence", x.sent.request_sequence},
+                     {"url", x.url.toString().toStdString()},
+                     {"httpStatus", x.httpStatus}};
+        if (x.reply)
+            line["reply"] = x.reply->type.toStdString();
+        if (!x.error.isEmpty())
+            line["error"] = x.error.toStdString();
+        line["continues"] = x.continues;
+        emitLine(line);
+    };
+    if (_settings.heartbeatScale > 1) {
+        const int scale = _settings.heartbeatScale;
+        options.heartbeatWaits = [scale](qint32 seconds) { return qint64(seconds) * 1000 / scale; };
+    }
+    _app = std::make_unique<DVApp>(std::make_unique<PPPoE>(std::move(platform)), options);
+    connect(_app.get(), &DVApp::dialStateChanged, this, &ConnectSession::onState);
+
+    _smsToken = DVNotificationCenter::defaultCenter().addObserverForName(
+        DVNotification::DVNotificationNameSMSVerifyToUI, OperationQueue::mainQueue(),
+        [this](const DVNotificationMessage &message) {
+            const auto *info
+                = message.payload<SMSVerifyToUINotificationInfo>(DVNotification::NotificationInfoKeySMSVerifyToUI);
+            if (!info)
+                return;
+            json line = {{"event", "sms"}, {"timeoutSeconds", info->timeoutSeconds}};
+            if (info->err)
+                line["error"] = errorJson(*info->err);
+            emitLine(line);
+            // Code 0: a code was sent, ask for it. Any other error: the verification failed and
+            // the client hangs up, as the online view does.
+            if (info->err && info->err->code == 0)
+                askForSmsCode(info->timeoutSeconds);
+            else if (info->err)
+                hangUp();
+        });
+
+    const auto index = chooseInterface();
+    if (!index)
+        return 1;
+    _dialMac = _app->pppoe()->getInterfaceList()[*index]._macAddress;
+
+    DVError error;
+    const bool started = _app->dialWithUserName(_settings.user, password, *index, &error);
+    if (!started || !error.domain.isEmpty()) {
+        // A start that failed and was cleaned up answers true with the error filled in.
+        emitLine({{"event", "error"}, {"error", errorJson(error)}});
+        return 1;
+    }
+    emitLine({{"event", "dial"},
+              {"user", _settings.user.toStdString()},
+              {"dialName", _app->pin().toStdString()},
+              {"time", _app->dialTime()},
+              {"interface", _app->pppoe()->getInterfaceList()[*index]._bsdName.toStdString()},
+              {"area", Conf::area().toStdString()}});
+
+    UnixSignals signals({SIGINT, SIGTERM});
+    connect(&signals, &UnixSignals::received, this, [this] { hangUp(); });
+    QCoreApplication::exec();
+    _app.reset(); // cancels and waits for the connection's tasks
+    return _exitCode;
+}
+
+void ConnectSession::onState(qint64 state)
+{
+    json line = {{"event", "state"}, {"dialState", state}};
+    if (state == DVDialStateConnected) {
+        _everConnected = true;
+        line["ip"] = _app->pppoe()->getIP().value_or(QString()).toStdString();
+    }
+    emitLine(line);
+    if (state == DVDialStateDisconnected) {
+        // Hung up by us: a clean end. Dropped or refused: a failure.
+        _exitCode = _hangingUp ? 0 : 1;
+        QCoreApplication::quit();
+    }
+}
+
+void ConnectSession::hangUp()
+{
+    if (_hangingUp)
+        return;
+    _hangingUp = true;
+    emitLine({{"event", "hangup"}});
+    if (!_app->stopConn()) {
+        QCoreApplication::quit();
+        return;
+    }
+    // If the link never reports its end, do not hang on.
+    QTimer::singleShot(10000, this, [] { QCoreApplication::quit(); });
+}
+
+void ConnectSession::askForSmsCode(quint64 timeoutSeconds)
+{
+    // A countdown on the terminal while the user reads the message on the phone.
+    auto *countdown = new QTimer(this);
+    auto remaining = std::make_shared<qint64>(static_cast<qint64>(timeoutSeconds));
+    auto answered = std::make_shared<std::atomic<bool>>(false);
+    Cli::err(QStringLiteral("Enter the SMS verification code (%1 s left):").arg(*remaining));
+    connect(countdown, &QTimer::timeout, this, [countdown, remaining, answered] {
+        if (answered->load() || --*remaining <= 0) {
+            countdown->deleteLater();
+            return;
+        }
+        if (*remaining % 10 == 0 || *remaining <= 5)
+            Cli::err(QStringLiteral("%1 s left").arg(*remaining));
+    });
+    countdown->start(1000);
+    // Reading the terminal blocks: do it on a thread of its own so the link and the heartbeat
+    // go on meanwhile.
+    std::thread([answered] {
+        SMSVerifyFromUINotificationInfo reply;
+        reply.code = readLine().trimmed();
+        answered->store(true);
+        DVNotificationCenter::defaultCenter().postNotificationName(
+            DVNotification::DVNotificationNameSMSVerifyFromUI,
+            {{DVNotification::NotificationInfoKeySMSVerifyFromUI, reply}});
+    }).detach();
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "App/DVApp.h"
+
+#include <QObject>
+#include <QUrl>
+
+#include <memory>
+
+class QNetworkAccessManager;
+class UnixSignals;
+
+// One headless connection: loads the configuration, dials through the controller, reports
+// every state change and heartbeat exchange as a JSON line on stdout, and hangs up on a signal.
+class ConnectSession : public QObject
+{
+    Q_OBJECT
+public:
+    struct Settings
+    {
+        QString user;
+        QString interfaceName; // empty: the remembered interface, else the first active one
+        QString area;          // empty: the area chosen earlier
+        QString configPath;    // empty: the shipped configuration
+        QString backend;       // empty: this build's default
+        QUrl accessConcentrator;
+        int heartbeatScale = 1;
+    };
+
+    explicit ConnectSession(Settings settings);
+    ~ConnectSession() override;
+
+    // Runs until the link is down again; the process exit code.
+    int run();
+
+private:
+    bool loadConfiguration();
+    std::optional<quint64> chooseInterface();
+    void onState(qint64 state);
+    void hangUp();
+    void askForSmsCode(quint64 timeoutSeconds);
+
+    Settings _settings;
+    std::unique_ptr<DVApp> _app;
+    QNetworkAccessManager *_network = nullptr;
+    QString _dialMac;
+    bool _everConnected = false;
+    bool _hangingUp = false;
+    int _exitCode = 0;
+    quint64 _smsToken = 0;
+};

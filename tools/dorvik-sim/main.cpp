@@ -1,0 +1,107 @@
+// dorvik-sim: every server a dorvik client talks to, on 127.0.0.1, so that the client can be
+// tried end to end on one machine. Prints one JSON line when ready and one with what each
+// server saw when stopped (SIGINT/SIGTERM).
+
+#include "SimHost.h"
+#include "UnixSignals.h"
+
+#include "Conf/Conf.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
+#include <csignal>
+#include <cstdio>
+
+static void printJson(const nlohmann::ordered_json &j)
+{
+    std::fprintf(stdout, "%s\n", j.dump().c_str());
+    std::fflush(stdout);
+}
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("dorvik-sim"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Provider simulator for dorvik"));
+    parser.addHelpOption();
+    parser.addOption({QStringLiteral("config"),
+                      QStringLiteral("Configuration (plaintext JSON or encrypted .cfg); default: the shipped file"),
+                      QStringLiteral("file")});
+    parser.addOption({QStringLiteral("area"), QStringLiteral("Area whose values the servers use"), QStringLiteral("code"),
+                      QStringLiteral("default")});
+    parser.addOption({QStringLiteral("account"),
+                      QStringLiteral("A subscriber the provider knows, user:password (repeatable; default demo:demo123)"),
+                      QStringLiteral("user:password")});
+    parser.addOption({QStringLiteral("scenario"),
+                      QStringLiteral("Fault scenario of one service, service=name (repeatable)"),
+                      QStringLiteral("service=name")});
+    parser.addOption({QStringLiteral("port"),
+                      QStringLiteral("Port of a service without a configured address, service=port (repeatable)"),
+                      QStringLiteral("service=port")});
+    parser.addOption(
+        {QStringLiteral("only"), QStringLiteral("Start only these services (comma-separated)"), QStringLiteral("list")});
+    parser.addOption({QStringLiteral("list"), QStringLiteral("List the services and exit")});
+    parser.process(app);
+
+    if (parser.isSet(QStringLiteral("list"))) {
+        for (const auto &e : SimRegistry::all())
+            std::fprintf(stdout, "%s\n", qUtf8Printable(e.name));
+        return 0;
+    }
+
+    SimOptions options;
+    const QString configPath
+        = parser.isSet(QStringLiteral("config")) ? parser.value(QStringLiteral("config")) : Conf::systemConfigPath();
+    QString error;
+    const auto config = SimHost::loadConfig(configPath, &error);
+    if (!config) {
+        std::fprintf(stderr, "dorvik-sim: %s\n", qUtf8Printable(error));
+        return 1;
+    }
+    options.config = *config;
+    options.area = parser.value(QStringLiteral("area"));
+    for (const QString &a : parser.values(QStringLiteral("account"))) {
+        const qsizetype colon = a.indexOf(QLatin1Char(':'));
+        if (colon <= 0) {
+            std::fprintf(stderr, "dorvik-sim: --account wants user:password\n");
+            return 2;
+        }
+        options.accounts[a.left(colon)] = a.mid(colon + 1);
+    }
+    if (options.accounts.empty())
+        options.accounts[QStringLiteral("demo")] = QStringLiteral("demo123");
+    for (const QString &s : parser.values(QStringLiteral("scenario"))) {
+        const qsizetype eq = s.indexOf(QLatin1Char('='));
+        if (eq <= 0) {
+            std::fprintf(stderr, "dorvik-sim: --scenario wants service=name\n");
+            return 2;
+        }
+        options.scenarios[s.left(eq)] = s.mid(eq + 1);
+    }
+    for (const QString &p : parser.values(QStringLiteral("port"))) {
+        const qsizetype eq = p.indexOf(QLatin1Char('='));
+        bool ok = false;
+        const uint port = eq > 0 ? p.mid(eq + 1).toUInt(&ok) : 0;
+        if (!ok || port == 0 || port > 65535) {
+            std::fprintf(stderr, "dorvik-sim: --port wants service=port\n");
+            return 2;
+        }
+        options.ports[p.left(eq)] = static_cast<quint16>(port);
+    }
+    const QStringList only = parser.value(QStringLiteral("only")).split(QLatin1Char(','), Qt::SkipEmptyParts);
+
+    SimHost host;
+    if (!host.start(options, only))
+        return 1;
+    printJson({{"event", "ready"}, {"area", options.area.toStdString()}, {"ports", host.ports()}});
+
+    UnixSignals signals({SIGINT, SIGTERM});
+    QObject::connect(&signals, &UnixSignals::received, &app, [&] {
+        printJson({{"event", "stopped"}, {"stats", host.stats()}});
+        app.quit();
+    });
+    return app.exec();
+}

@@ -1,0 +1,143 @@
+#include "AccessConcentrator.h"
+
+#include "AccountRule/DVAccountRule.h"
+#include "AccountRule/DVRuleException.h"
+
+#include <QDateTime>
+#include <QHttpServerRequest>
+#include <QHttpServerResponse>
+#include <QUrl>
+
+#include <cstdio>
+
+DORVIK_SIM_SERVICE("ac", AccessConcentrator);
+
+namespace {
+using json = nlohmann::ordered_json;
+
+// The value of an area-keyed setting for one area, falling back to "default".
+std::optional<json> valueFor(const json &setting, const std::string &area)
+{
+    if (!setting.is_object())
+        return std::nullopt;
+    if (setting.contains(area))
+        return setting.at(area);
+    if (setting.contains("default"))
+        return setting.at("default");
+    return std::nullopt;
+}
+
+std::optional<QString> textFor(const json &section, const char *key, const std::string &area)
+{
+    if (!section.contains(key))
+        return std::nullopt;
+    const auto v = valueFor(section.at(key), area);
+    if (!v || !v->is_string())
+        return std::nullopt;
+    return QString::fromStdString(v->get<std::string>());
+}
+
+QByteArray reply(const json &body)
+{
+    return QByteArray::fromStdString(body.dump());
+}
+} // namespace
+
+bool AccessConcentrator::start(const SimOptions &options)
+{
+    _options = options;
+    _server = std::make_unique<QHttpServer>();
+    _server->route(QStringLiteral("/pppoe/auth"), QHttpServerRequest::Method::Post,
+                   [this](const QHttpServerRequest &request) {
+                       const QByteArray raw = request.body();
+                       const json body = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
+                       if (body.is_discarded() || !body.is_object() || !body.contains("dialName")
+                           || !body["dialName"].is_string() || !body.contains("password")
+                           || !body["password"].is_string()) {
+                           ++_malformed;
+                           return QHttpServerResponse(QByteArrayLiteral("application/json"),
+                                                      reply({{"accepted", false}, {"reason", "malformed request"}}),
+                                                      QHttpServerResponse::StatusCode::BadRequest);
+                       }
+                       const QString mac = body.contains("mac") && body["mac"].is_string()
+                                               ? QString::fromStdString(body["mac"].get<std::string>())
+                                               : QString();
+                       QString reason;
+                       const auto area = authenticate(QString::fromStdString(body["dialName"].get<std::string>()),
+                                                      QString::fromStdString(body["password"].get<std::string>()), mac,
+                                                      QDateTime::currentSecsSinceEpoch(), &reason);
+                       if (!area) {
+                           ++_refused;
+                           return QHttpServerResponse(QByteArrayLiteral("application/json"),
+                                                      reply({{"accepted", false}, {"reason", reason.toStdString()}}),
+                                                      QHttpServerResponse::StatusCode::Forbidden);
+                       }
+                       ++_accepted;
+                       return QHttpServerResponse(QByteArrayLiteral("application/json"),
+                                                  reply({{"accepted", true}, {"area", area->toStdString()}}));
+                   });
+    const quint16 wanted = _options.portOf(QStringLiteral("ac"), 18087);
+    _port = _server->listen(QHostAddress::LocalHost, wanted);
+    if (_port == 0) {
+        std::fprintf(stderr, "dorvik-sim: access concentrator cannot listen on 127.0.0.1:%u\n", wanted);
+        return false;
+    }
+    return true;
+}
+
+std::optional<QString> AccessConcentrator::authenticate(const QString &dialName, const QString &password,
+                                                        const QString &mac, qint64 now, QString *reason) const
+{
+    if (_options.scenario(QStringLiteral("ac")) == QLatin1String("refuse-all")) {
+        *reason = QStringLiteral("access server refuses every dial");
+        return std::nullopt;
+    }
+    const json &rules = _options.config.contains("accountrule") ? _options.config.at("accountrule") : json();
+    if (!rules.is_object() || !rules.contains("order") || !rules.at("order").is_object()) {
+        *reason = QStringLiteral("no account rule configured");
+        return std::nullopt;
+    }
+    // Every area the configuration knows, "default" last.
+    std::vector<std::string> areas;
+    for (const auto &[area, value] : rules.at("order").items())
+        if (area != "default")
+            areas.push_back(area);
+    areas.push_back("default");
+
+    bool knownPassword = false;
+    for (const auto &[account, accountPassword] : _options.accounts) {
+        if (accountPassword != password)
+            continue;
+        knownPassword = true;
+        for (const auto &area : areas) {
+            const auto order = valueFor(rules.at("order"), area);
+            if (!order || !order->is_array())
+                continue;
+            QStringList names;
+            for (const auto &n : *order)
+                if (n.is_string())
+                    names.append(QString::fromStdString(n.get<std::string>()));
+            const auto prefix = textFor(rules, "timepin-prefix", area);
+            const auto suffix = textFor(rules, "suffix", area);
+            const auto psk = textFor(rules, "timepin-psk", area);
+            for (qint64 t = now - WindowSecs; t <= now + WindowSecs; ++t) {
+                qint64 flag = t;
+                try {
+                    DVAccountRule rule(names, prefix, suffix, psk, &flag, mac.isEmpty() ? std::nullopt : std::optional(mac));
+                    if (rule.getAccountFromName(account) == dialName)
+                        return QString::fromStdString(area);
+                } catch (const DVRuleException &) {
+                    break; // this area's rule cannot make a name for the account at all
+                }
+            }
+        }
+    }
+    *reason = knownPassword ? QStringLiteral("dial name matches no account rule within the time window")
+                            : QStringLiteral("unknown account or wrong password");
+    return std::nullopt;
+}
+
+nlohmann::ordered_json AccessConcentrator::stats() const
+{
+    return {{"accepted", _accepted}, {"refused", _refused}, {"malformed", _malformed}};
+}

@@ -1,0 +1,217 @@
+#include "BusinessServer.h"
+
+#include <QHttpServerResponse>
+#include <QTextStream>
+
+using nlohmann::ordered_json;
+
+namespace BusinessSim {
+
+std::optional<QString> areaText(const ordered_json &config, const char *section, const char *key, const QString &area)
+{
+    const auto s = config.find(section);
+    if (s == config.end() || !s->is_object())
+        return std::nullopt;
+    const auto v = s->find(key);
+    if (v == s->end() || !v->is_object())
+        return std::nullopt;
+    auto e = v->find(area.toStdString());
+    if (e == v->end())
+        e = v->find("default");
+    if (e == v->end() || e->is_null() || e->is_object() || e->is_array())
+        return std::nullopt;
+    return QString::fromStdString(e->is_string() ? e->get<std::string>() : e->dump());
+}
+
+quint16 wantedPort(const SimOptions &options, const std::optional<QString> &address, quint16 fallback)
+{
+    if (options.ephemeralPorts)
+        return 0;
+    const QUrl url(address.value_or(QString()));
+    const int port = url.port(-1);
+    return port > 0 ? static_cast<quint16>(port) : fallback;
+}
+
+std::vector<std::pair<QString, QString>> formPairs(const QByteArray &body)
+{
+    std::vector<std::pair<QString, QString>> out;
+    for (const QString &part : QString::fromUtf8(body).split(QLatin1Char('&'), Qt::SkipEmptyParts)) {
+        const qsizetype eq = part.indexOf(QLatin1Char('='));
+        if (eq < 0)
+            out.emplace_back(part, QString());
+        else
+            out.emplace_back(part.left(eq), part.mid(eq + 1));
+    }
+    return out;
+}
+
+QHttpServerResponse jsonResponse(const ordered_json &body, QHttpServerResponder::StatusCode status)
+{
+    return QHttpServerResponse(QByteArrayLiteral("application/json"), QByteArray::fromStdString(body.dump()), status);
+}
+
+} // namespace BusinessSim
+
+BusinessServer::BusinessServer(QObject *parent) : SimService(parent) {}
+
+QString BusinessServer::tabAddress(const QString &area) const
+{
+    return QStringLiteral("http://127.0.0.1:%1/tab?area=%2").arg(_port).arg(area);
+}
+
+ordered_json BusinessServer::defaultConfigAnswer(const QString &area) const
+{
+    const std::string tab = tabAddress(area).toStdString();
+    const std::string notice = QStringLiteral("http://127.0.0.1:%1/notice").arg(_port).toStdString();
+    ordered_json answer;
+    answer["RespType"] = "ConfigResp";
+    answer["Infos"] = {
+        {"TabConfig", ordered_json::array({{{"hiturl", tab}}})},
+        {"BubbleConfig",
+         ordered_json::array({
+             {{"type", "text"}, {"caption", "欢迎"}, {"contents", "您已接入网络"}, {"hiturl", ""}, {"delaytime", 1}},
+             {{"type", "web"}, {"caption", "网络公告"}, {"contents", ""}, {"hiturl", notice}, {"delaytime", 3}},
+         })},
+    };
+    // The client reads the entries from the top level (the "Infos" array only says there are some).
+    answer["TabConfig"] = ordered_json::array({{{"name", "portal"}}, {{"hiturl", tab}}});
+    return answer;
+}
+
+ordered_json BusinessServer::defaultRegisterAnswer(const QString &area) const
+{
+    const QString a = area.isEmpty() ? _options.area : area;
+    ordered_json infos = ordered_json::object();
+    if (const auto heart = BusinessSim::areaText(_options.config, "heart", "negotiateurl", a))
+        infos["HeartServerAddress"] = heart->toStdString();
+    if (const auto update = BusinessSim::areaText(_options.config, "update", "host", a))
+        infos["UpdateServerAddress"] = update->toStdString();
+    infos["hiturl"] = tabAddress(a).toStdString();
+    return {{"RespType", "RegisterResp"}, {"infos", infos}};
+}
+
+bool BusinessServer::start(const SimOptions &options)
+{
+    _options = options;
+    _scenario = options.scenario(QStringLiteral("business"));
+    const auto host = BusinessSim::areaText(options.config, "business", "host", options.area);
+
+    _http.route(QStringLiteral("/config.action"), QHttpServerRequest::Method::Post,
+                [this](const QHttpServerRequest &r) { return handle(r, true); });
+    _http.route(QStringLiteral("/register.action"), QHttpServerRequest::Method::Post,
+                [this](const QHttpServerRequest &r) { return handle(r, false); });
+    _http.route(QStringLiteral("/sim/business/answer"), QHttpServerRequest::Method::Post,
+                [this](const QHttpServerRequest &r) {
+                    ordered_json answer;
+                    try {
+                        answer = ordered_json::parse(r.body().constBegin(), r.body().constEnd());
+                    } catch (const ordered_json::exception &e) {
+                        return BusinessSim::jsonResponse({{"error", e.what()}},
+                                                         QHttpServerResponder::StatusCode::BadRequest);
+                    }
+                    if (r.query().queryItemValue(QStringLiteral("kind")) == QLatin1String("register"))
+                        setRegisterAnswer(answer);
+                    else
+                        setConfigAnswer(answer);
+                    return BusinessSim::jsonResponse({{"ok", true}});
+                });
+    _http.route(QStringLiteral("/tab"), [](const QHttpServerRequest &r) {
+        const QString area = r.query().queryItemValue(QStringLiteral("area"));
+        return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"),
+                                   QStringLiteral("<html><body><h1>dorvik</h1><p>区域 %1</p></body></html>")
+                                       .arg(area.toHtmlEscaped())
+                                       .toUtf8());
+    });
+    _http.route(QStringLiteral("/notice"), [] {
+        return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"),
+                                   QStringLiteral("<html><body><h1>网络公告</h1><p>今晚 2:00 例行维护。</p></body></html>")
+                                       .toUtf8());
+    });
+
+    const quint16 wanted = BusinessSim::wantedPort(options, host, 18081);
+    _port = _http.listen(QHostAddress::LocalHost, wanted);
+    if (_port == 0) {
+        QTextStream(stderr) << "business: cannot listen on port " << wanted << '\n';
+        return false;
+    }
+    return true;
+}
+
+QHttpServerResponse BusinessServer::handle(const QHttpServerRequest &request, bool config)
+{
+    const QByteArray body = request.body();
+    std::optional<ordered_json> answer;
+    {
+        QMutexLocker lock(&_mutex);
+        (config ? _lastConfigBody : _lastRegisterBody) = body;
+        ++(config ? _configRequests : _registerRequests);
+        answer = config ? _configAnswer : _registerAnswer;
+    }
+    if (_scenario == QLatin1String("http500"))
+        return BusinessSim::jsonResponse({{"error", "internal"}}, QHttpServerResponder::StatusCode::InternalServerError);
+
+    ordered_json req;
+    try {
+        req = ordered_json::parse(body.constBegin(), body.constEnd());
+    } catch (const ordered_json::exception &) {
+        QMutexLocker lock(&_mutex);
+        ++_badRequests;
+        return BusinessSim::jsonResponse({{"error", "body is not JSON"}}, QHttpServerResponder::StatusCode::BadRequest);
+    }
+    const char *expected = config ? "ConfigReq" : "RegisterReq";
+    if (!req.is_object() || req.value("ReqType", std::string()) != expected) {
+        QMutexLocker lock(&_mutex);
+        ++_badRequests;
+        return BusinessSim::jsonResponse({{"error", "wrong ReqType"}}, QHttpServerResponder::StatusCode::BadRequest);
+    }
+    const QString area = QString::fromStdString(req.value("AreaCode", _options.area.toStdString()));
+    if (!answer)
+        answer = config ? defaultConfigAnswer(area) : defaultRegisterAnswer(area);
+    if (_scenario == QLatin1String("wrong-resptype"))
+        (*answer)["RespType"] = "OtherResp";
+    return BusinessSim::jsonResponse(*answer);
+}
+
+void BusinessServer::setConfigAnswer(std::optional<ordered_json> answer)
+{
+    QMutexLocker lock(&_mutex);
+    _configAnswer = std::move(answer);
+}
+
+void BusinessServer::setRegisterAnswer(std::optional<ordered_json> answer)
+{
+    QMutexLocker lock(&_mutex);
+    _registerAnswer = std::move(answer);
+}
+
+QByteArray BusinessServer::lastConfigBody() const
+{
+    QMutexLocker lock(&_mutex);
+    return _lastConfigBody;
+}
+
+QByteArray BusinessServer::lastRegisterBody() const
+{
+    QMutexLocker lock(&_mutex);
+    return _lastRegisterBody;
+}
+
+int BusinessServer::configRequests() const
+{
+    QMutexLocker lock(&_mutex);
+    return _configRequests;
+}
+
+int BusinessServer::registerRequests() const
+{
+    QMutexLocker lock(&_mutex);
+    return _registerRequests;
+}
+
+ordered_json BusinessServer::stats() const
+{
+    QMutexLocker lock(&_mutex);
+    return {{"config", _configRequests}, {"register", _registerRequests}, {"bad", _badRequests}};
+}
+
+DORVIK_SIM_SERVICE("business", BusinessServer);
