@@ -263,18 +263,20 @@ TEST(SMSVerify, RequestTextsAndReplyParsing)
     SMSVerify op(QStringLiteral("127.0.0.1"), 18085, QStringLiteral("张三&<x>"), QStringLiteral("key"), 60);
     op.setClock(clock);
     const QString check = md5Hex(QStringLiteral("张三&<x>key"));
-    EXPECT_EQ(QString::fromUtf8(op.makeRequestParam()),
+    EXPECT_EQ(op.makeRequestParam().toStdString(),
               QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?><op><accountInfo login=\"张三&amp;&lt;x&gt;\" "
                              "checkCode=\"%1\" id=\"1700000000\"/></op>")
-                  .arg(check));
+                  .arg(check)
+                  .toStdString());
     op.onNotification(
         {DVNotificationNameSMSVerifyFromUI,
          {{NotificationInfoKeySMSVerifyFromUI, SMSVerifyFromUINotificationInfo{QStringLiteral("123456")}}}});
     EXPECT_EQ(
-        QString::fromUtf8(op.makeVerifyParam()),
+        op.makeVerifyParam().toStdString(),
         QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?><op><validateAccount login=\"张三&amp;&lt;x&gt;\" "
                        "checkCode=\"%1\" validateCode=\"123456\" id=\"1700000000\"/></op>")
-            .arg(check));
+            .arg(check)
+            .toStdString());
 
     using R = SMSVerify::Result;
     const auto s = [](const char *t) { return std::optional<QString>(QString::fromUtf8(t)); };

@@ -1,0 +1,186 @@
+// The headless client and the provider simulator as separate programs over 127.0.0.1: the
+// access concentrator checks the dial name, the link comes up, the heartbeat runs with every
+// proof the server knows, and a hang-up ends it with nothing sent afterwards.
+
+#include "ToolProcess.h"
+
+#include "support/TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QUdpSocket>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+using json = nlohmann::ordered_json;
+
+quint16 freeTcpPort()
+{
+    QTcpServer s;
+    s.listen(QHostAddress::LocalHost, 0);
+    return s.serverPort();
+}
+
+quint16 freeUdpPort()
+{
+    QUdpSocket s;
+    s.bind(QHostAddress::LocalHost, 0);
+    return s.localPort();
+}
+
+bool isEvent(const json &line, const char *event)
+{
+    return line.is_object() && line.value("event", "") == event;
+}
+
+bool isState(const json &line, int state)
+{
+    return isEvent(line, "state") && line.value("dialState", -1) == state;
+}
+
+class ConnectEndToEnd : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        QFile demo(QStringLiteral(DORVIK_DEMO_CONFIG));
+        ASSERT_TRUE(demo.open(QIODevice::ReadOnly));
+        const QByteArray raw = demo.readAll();
+        json config = json::parse(raw.constData(), raw.constData() + raw.size());
+
+        // Every server on a port of its own for this run, so that runs may overlap.
+        const auto http = [](quint16 port) { return "http://127.0.0.1:" + std::to_string(port); };
+        const quint16 heart = freeTcpPort();
+        config["heart"]["negotiateurl"] = {{"default", http(heart) + "/negotiate"}};
+        config["heart"]["hearbeaturl"] = {{"default", http(heart) + "/heartbeat"}};
+        config["business"]["host"] = {{"default", http(freeTcpPort())}};
+        config["token"]["host"] = {{"default", http(freeTcpPort())}};
+        config["qrcode"]["host"] = {{"default", http(freeTcpPort())}};
+        config["update"]["host"] = {{"default", http(freeTcpPort())}};
+        config["sms"]["host"] = {{"default", "127.0.0.1:" + std::to_string(freeUdpPort())}};
+        config["dynmicpwd"]["host"] = {{"default", "127.0.0.1:" + std::to_string(freeUdpPort())}};
+        acPort = freeTcpPort();
+
+        plainPath = dir.filePath(QStringLiteral("system.json"));
+        QFile plain(plainPath);
+        ASSERT_TRUE(plain.open(QIODevice::WriteOnly));
+        plain.write(QByteArray::fromStdString(config.dump(2)));
+        plain.close();
+
+        // The client gets the file as a deployer ships it: encrypted with the built-in key.
+        QProcess encrypt;
+        encrypt.setStandardInputFile(plainPath);
+        encrypt.setStandardOutputFile(dir.filePath(QStringLiteral("system.cfg")));
+        encrypt.start(QStringLiteral(DORVIK_CLI), {QStringLiteral("config"), QStringLiteral("encrypt")});
+        ASSERT_TRUE(encrypt.waitForFinished(20000));
+        ASSERT_EQ(encrypt.exitCode(), 0);
+
+        // Keep the programs' preferences and logs inside this run.
+        qputenv("XDG_CONFIG_HOME", dir.filePath(QStringLiteral("config")).toUtf8());
+        qputenv("XDG_DATA_HOME", dir.filePath(QStringLiteral("data")).toUtf8());
+    }
+
+    void startSim(const QStringList &extra = {})
+    {
+        ASSERT_TRUE(sim.start(QStringList{QStringLiteral("--config"), plainPath, QStringLiteral("--area"), area,
+                                          QStringLiteral("--port"), QStringLiteral("ac=%1").arg(acPort)}
+                              + extra));
+        ASSERT_TRUE(sim.waitForLine([](const json &l) { return isEvent(l, "ready"); }, 20000))
+            << sim.standardError().toStdString();
+    }
+
+    void startClient(const QByteArray &password)
+    {
+        ASSERT_TRUE(cli.start({QStringLiteral("connect"), QStringLiteral("--user"), QStringLiteral("demo"),
+                               QStringLiteral("--password-stdin"), QStringLiteral("--backend"),
+                               QStringLiteral("simulated"), QStringLiteral("--area"), area, QStringLiteral("--config"),
+                               dir.filePath(QStringLiteral("system.cfg")), QStringLiteral("--ac"),
+                               QStringLiteral("http://127.0.0.1:%1/pppoe/auth").arg(acPort),
+                               QStringLiteral("--heartbeat-scale"), QStringLiteral("20")},
+                              password + "\n"));
+    }
+
+    json simStats()
+    {
+        EXPECT_EQ(sim.signalAndWait(SIGINT, 10000), 0);
+        for (const auto &l : sim.lines())
+            if (isEvent(l, "stopped"))
+                return l.at("stats");
+        ADD_FAILURE() << "the simulator printed no statistics";
+        return json::object();
+    }
+
+    QTemporaryDir dir;
+    QString plainPath;
+    quint16 acPort = 0;
+    QString area = QStringLiteral("1001"); // a MAC-bound time PIN: the strictest dial name
+    ToolProcess sim{QStringLiteral(DORVIK_SIM)};
+    ToolProcess cli{QStringLiteral(DORVIK_CLI)};
+};
+
+TEST_F(ConnectEndToEnd, DialHeartbeatWithEveryProofThenCleanHangUp)
+{
+    startSim();
+    startClient("demo123");
+    ASSERT_TRUE(cli.waitForLine([](const json &l) { return isState(l, 2); }, 20000)) << cli.standardError().toStdString();
+    // Enough notifications for the server to have rotated through every transformation and salt.
+    const auto notify = [](const json &l) { return isEvent(l, "heartbeat") && l.value("sent", "") == "NOTIFY"; };
+    ASSERT_TRUE(cli.waitForLine([&](const json &) { return cli.count(notify) >= 6; }, 60000))
+        << cli.standardError().toStdString();
+
+    EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0) << cli.standardError().toStdString();
+    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 1u);
+    const size_t exchanges = cli.count([](const json &l) { return isEvent(l, "heartbeat"); });
+
+    // Several heartbeat periods at this scale: nothing may reach the server after the hang-up.
+    TestSupport::spinUntil([] { return false; }, 1500);
+    const json stats = simStats();
+    const json &heart = stats.at("heart");
+    EXPECT_EQ(stats.at("ac").at("accepted"), 1);
+    EXPECT_EQ(heart.at("negotiations"), 1);
+    EXPECT_EQ(heart.at("signatures").at("failed"), 0);
+    EXPECT_EQ(heart.at("proofs").at("failed"), 0);
+    for (const char *kind : {"AES", "MD5", "SHA1", "PREFIX", "SUFFIX"})
+        EXPECT_GE(heart.at("proofs").value(kind, 0), 1) << kind;
+    EXPECT_EQ(heart.at("requests").get<size_t>(), exchanges);
+    EXPECT_EQ(heart.at("signatures").at("verified").get<size_t>(), exchanges);
+
+    // The first exchange is the NEGOTIATE, answered with an OFFER.
+    const auto first = std::find_if(cli.lines().begin(), cli.lines().end(),
+                                    [](const json &l) { return isEvent(l, "heartbeat"); });
+    ASSERT_NE(first, cli.lines().end());
+    EXPECT_EQ(first->value("sent", ""), "NEGOTIATE");
+    EXPECT_EQ(first->value("reply", ""), "OFFER");
+}
+
+TEST_F(ConnectEndToEnd, WrongPasswordIsRefusedByTheAccessServer)
+{
+    startSim();
+    startClient("not-the-password");
+    EXPECT_EQ(cli.waitForExit(30000), 1) << cli.standardError().toStdString();
+    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 2); }), 0u);
+    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 1u);
+    const json stats = simStats();
+    EXPECT_EQ(stats.at("ac").at("refused"), 1);
+    EXPECT_EQ(stats.at("heart").at("requests"), 0);
+}
+
+TEST_F(ConnectEndToEnd, TerminalRejectStopsTheHeartbeatButNotTheLink)
+{
+    startSim({QStringLiteral("--scenario"), QStringLiteral("heart=reject")});
+    startClient("demo123");
+    ASSERT_TRUE(cli.waitForLine(
+        [](const json &l) { return isEvent(l, "heartbeat") && l.value("reply", "") == "REJECT"; }, 30000));
+    TestSupport::spinUntil([] { return false; }, 1500);
+    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 0u); // still online
+    EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0);
+    EXPECT_EQ(simStats().at("heart").at("requests"), 1);
+}
+
+} // namespace

@@ -1,0 +1,77 @@
+#include "ToolProcess.h"
+
+#include "support/TestSupport.h"
+
+#include <csignal>
+
+ToolProcess::~ToolProcess()
+{
+    if (_process.state() != QProcess::NotRunning) {
+        _process.kill();
+        _process.waitForFinished(5000);
+    }
+}
+
+bool ToolProcess::start(const QStringList &args, const QByteArray &stdinData)
+{
+    _process.start(_program, args);
+    if (!_process.waitForStarted(10000))
+        return false;
+    if (!stdinData.isEmpty())
+        _process.write(stdinData);
+    return true;
+}
+
+void ToolProcess::readAvailable()
+{
+    _pending += _process.readAllStandardOutput();
+    _stderr += _process.readAllStandardError();
+    qsizetype nl;
+    while ((nl = _pending.indexOf('\n')) >= 0) {
+        const QByteArray line = _pending.left(nl);
+        _pending.remove(0, nl + 1);
+        auto j = nlohmann::ordered_json::parse(line.constData(), line.constData() + line.size(), nullptr, false);
+        if (!j.is_discarded())
+            _lines.push_back(std::move(j));
+    }
+}
+
+bool ToolProcess::waitForLine(const std::function<bool(const nlohmann::ordered_json &)> &match, int timeoutMs)
+{
+    size_t checked = 0;
+    return TestSupport::spinUntil(
+        [&] {
+            _process.waitForReadyRead(20);
+            readAvailable();
+            for (; checked < _lines.size(); ++checked)
+                if (match(_lines[checked]))
+                    return true;
+            return false;
+        },
+        timeoutMs);
+}
+
+int ToolProcess::waitForExit(int timeoutMs)
+{
+    const bool ended = TestSupport::spinUntil(
+        [&] {
+            readAvailable();
+            return _process.state() == QProcess::NotRunning || _process.waitForFinished(20);
+        },
+        timeoutMs);
+    readAvailable();
+    if (!ended)
+        return -1;
+    return _process.exitStatus() == QProcess::NormalExit ? _process.exitCode() : -1;
+}
+
+int ToolProcess::signalAndWait(int signal, int timeoutMs)
+{
+    ::kill(static_cast<pid_t>(_process.processId()), signal);
+    return waitForExit(timeoutMs);
+}
+
+size_t ToolProcess::count(const std::function<bool(const nlohmann::ordered_json &)> &match) const
+{
+    return static_cast<size_t>(std::count_if(_lines.begin(), _lines.end(), match));
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QProcess>
+#include <QStringList>
+
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <vector>
+
+// A program of ours run as a child process whose stdout is a stream of JSON lines.
+class ToolProcess
+{
+public:
+    explicit ToolProcess(QString program) : _program(std::move(program)) {}
+    ~ToolProcess();
+
+    bool start(const QStringList &args, const QByteArray &stdinData = {});
+    // Waits until a line satisfies `match` (lines seen are kept); false on time-out or exit.
+    bool waitForLine(const std::function<bool(const nlohmann::ordered_json &)> &match, int timeoutMs);
+    // Sends a signal and waits for the exit; the exit code, or -1 when it did not end.
+    int signalAndWait(int signal, int timeoutMs);
+    int waitForExit(int timeoutMs);
+
+    const std::vector<nlohmann::ordered_json> &lines() const { return _lines; }
+    size_t count(const std::function<bool(const nlohmann::ordered_json &)> &match) const;
+    QByteArray standardError() const { return _stderr; }
+
+private:
+    void readAvailable();
+
+    QString _program;
+    QProcess _process;
+    QByteArray _pending;
+    QByteArray _stderr;
+    std::vector<nlohmann::ordered_json> _lines;
+};
