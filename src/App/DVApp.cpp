@@ -4,6 +4,7 @@
 #include "AccountRule/DVRuleException.h"
 #include "Bcom/BcomData.h"
 #include "Bcom/BcomOperation.h"
+#include "Business/BubbleCenter.h"
 #include "Business/ConfigReq.h"
 #include "Business/Register.h"
 #include "Business/SMSVerify.h"
@@ -29,6 +30,8 @@ DVApp::DVApp(std::unique_ptr<PPPoE> pppoe, Options options)
 {
     if (!_options.clock)
         _options.clock = Clock::system();
+    // Bubbles show only while the link is up.
+    bubbleCenter()->setConnectedPredicate([this] { return _isConntcted; });
     DVEvent::shared().addObserver(
         this, [this](const DVEventObjectPtr &object) { onEventWithObject(object); }, DVEventIdDialStatus,
         OperationQueue::mainQueue());
@@ -36,9 +39,15 @@ DVApp::DVApp(std::unique_ptr<PPPoE> pppoe, Options options)
 
 DVApp::~DVApp()
 {
+    bubbleCenter()->setConnectedPredicate([] { return false; });
     DVEvent::shared().removeObserver(this, DVEventIdDialStatus);
     _queue->cancelAllOperations();
     _queue->waitUntilAllOperationsAreFinished();
+}
+
+BubbleCenter *DVApp::bubbleCenter() const
+{
+    return _options.bubbles ? _options.bubbles : BubbleCenter::defaultCenter();
 }
 
 DVApp &DVApp::shareInstance()

@@ -38,7 +38,7 @@ public:
         BcomWaitPolicy heartbeatWaits;
         // Told about every heartbeat exchange, on a worker thread.
         std::function<void(const BcomExchange &)> onHeartbeatExchange;
-        // Where the configuration request shows its bubbles; null means none are shown.
+        // Where the configuration request shows its bubbles; null means the process's centre.
         BubbleCenter *bubbles = nullptr;
     };
 
@@ -72,8 +72,8 @@ public:
     void startTasks();
     void startHeart();
 
-    // Bubbles show only while connected.
-    bool shouldPresentNotification() const { return _isConntcted; }
+    // Where the connection's bubbles go (shown only while connected).
+    BubbleCenter *bubbleCenter() const;
 
     bool isConnected() const { return _isConntcted; }
     // The dial name of the last dial (empty after stopConn()).

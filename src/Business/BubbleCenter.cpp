@@ -30,7 +30,10 @@ BubbleCenter *BubbleCenter::defaultCenter()
     return center;
 }
 
-BubbleCenter::BubbleCenter(QObject *parent) : QObject(parent), _opener(&BubbleCenter::openWithDesktop) {}
+BubbleCenter::BubbleCenter(QObject *parent)
+    : QObject(parent)
+    , _opener(&BubbleCenter::openWithDesktop)
+{}
 
 BubbleCenter::~BubbleCenter() = default;
 
@@ -95,10 +98,12 @@ void BubbleCenter::didDeliverNotification(const UserNotification &) {}
 
 void BubbleCenter::removeDeliveredNotification(const UserNotification &notification)
 {
-    if (!_delivered.remove(notification.identifier))
+    const quint32 id = notification.identifier; // `notification` may live in the map
+    if (!_delivered.remove(id))
         return;
-    QDBusMessage close = QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("CloseNotification"));
-    close << notification.identifier;
+    QDBusMessage close =
+        QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("CloseNotification"));
+    close << id;
     QDBusConnection::sessionBus().asyncCall(close);
 }
 
@@ -124,6 +129,7 @@ void BubbleCenter::deliver(const UserNotification &notification)
         DVLOG() << "bubble held back, not connected: " << notification.title;
         return;
     }
+    Q_EMIT presenting(notification);
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         DVLOG() << "pop bubble failed, no session bus: " << bus.lastError().message();
@@ -160,7 +166,8 @@ void BubbleCenter::onActionInvoked(uint id, const QString &)
     const auto it = _delivered.constFind(id);
     if (it == _delivered.cend())
         return; // another program's notification
-    didActivateNotification(*it);
+    const UserNotification activated = *it;
+    didActivateNotification(activated);
 }
 
 void BubbleCenter::onNotificationClosed(uint id, uint)

@@ -69,6 +69,11 @@ public:
     // The action key of a web bubble's button.
     static inline const QString OpenActionKey = QStringLiteral("open");
 
+Q_SIGNALS:
+    // A bubble is about to be shown (it passed the connected check); main thread. Lets a
+    // program without a desktop show it its own way.
+    void presenting(const UserNotification &notification);
+
 private Q_SLOTS:
     void onActionInvoked(uint id, const QString &actionKey);
     void onNotificationClosed(uint id, uint reason);

@@ -29,12 +29,11 @@ QString dumpForLog(const ordered_json &value)
 } // namespace
 
 ConfigReq::ConfigReq(const QString &host, const std::optional<QString> &username, BubbleCenter *bubbles)
-    : _host(host + QStringLiteral("/config.action")),
-      _username(username),
-      _version(dvClientShortVersion()),
-      _bubbles(bubbles ? bubbles : BubbleCenter::defaultCenter())
-{
-}
+    : _host(host + QStringLiteral("/config.action"))
+    , _username(username)
+    , _version(dvClientShortVersion())
+    , _bubbles(bubbles ? bubbles : BubbleCenter::defaultCenter())
+{}
 
 void ConfigReq::main()
 {

@@ -34,16 +34,14 @@ std::optional<QString> currentArea()
 
 Register::Register(const QString &host, PPPoE *pppoe, const std::optional<QString> &username, quint64 index)
     : Register(host, linkFactsOf(pppoe, index), username)
-{
-}
+{}
 
 Register::Register(const QString &host, RegisterLinkFacts link, const std::optional<QString> &username)
-    : _host(host + QStringLiteral("/register.action")),
-      _link(std::move(link)),
-      _username(username),
-      _version(dvClientShortVersion())
-{
-}
+    : _host(host + QStringLiteral("/register.action"))
+    , _link(std::move(link))
+    , _username(username)
+    , _version(dvClientShortVersion())
+{}
 
 RegisterLinkFacts Register::linkFactsOf(PPPoE *pppoe, quint64 index)
 {

@@ -38,19 +38,17 @@ TokenSettings TokenSettings::fromConf()
 
 TokenReuest::TokenReuest(const QString &username, const QString &password)
     : TokenReuest(TokenSettings::fromConf(), username, password)
-{
-}
+{}
 
 TokenReuest::TokenReuest(TokenSettings settings, const QString &username, const QString &password)
-    : _authName(std::move(settings.authName)),
-      _authPwd(std::move(settings.authPwd)),
-      _host(std::move(settings.host)),
-      _key(std::move(settings.key)),
-      _path(std::move(settings.path)),
-      _username(username),
-      _password(password)
-{
-}
+    : _authName(std::move(settings.authName))
+    , _authPwd(std::move(settings.authPwd))
+    , _host(std::move(settings.host))
+    , _key(std::move(settings.key))
+    , _path(std::move(settings.path))
+    , _username(username)
+    , _password(password)
+{}
 
 DVParams TokenReuest::makeParams() const
 {
@@ -81,7 +79,7 @@ std::optional<QString> TokenReuest::getSignatureFromParam(const DVParams &params
 }
 
 std::optional<TokenReuest::Headers> TokenReuest::getBasicAuthHeaderFromUserName(const QString &name,
-                                                                                  const QString &password)
+                                                                                const QString &password)
 {
     if (password.isEmpty() || name.isEmpty()) {
         DVLOG() << "empty name or pwd";

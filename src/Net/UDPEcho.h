@@ -22,47 +22,20 @@ public:
     virtual ~UDPEchoDelegate() = default;
 
     // A datagram of at least one byte arrived.
-    virtual void echoDidReceiveData(UDPEcho *echo, const QByteArray &data, const QByteArray &address)
-    {
-        Q_UNUSED(echo)
-        Q_UNUSED(data)
-        Q_UNUSED(address)
-    }
+    virtual void echoDidReceiveData(UDPEcho * /*echo*/, const QByteArray & /*data*/, const QByteArray & /*address*/) {}
     // A receive failed (POSIX domain; a zero-length datagram counts as error 32).
-    virtual void echoDidReceiveError(UDPEcho *echo, const DVError &error)
-    {
-        Q_UNUSED(echo)
-        Q_UNUSED(error)
-    }
+    virtual void echoDidReceiveError(UDPEcho * /*echo*/, const DVError & /*error*/) {}
     // A send wrote the whole datagram. In client mode `address` is hostAddress().
-    virtual void echoDidSendData(UDPEcho *echo, const QByteArray &data, const QByteArray &address)
-    {
-        Q_UNUSED(echo)
-        Q_UNUSED(data)
-        Q_UNUSED(address)
-    }
+    virtual void echoDidSendData(UDPEcho * /*echo*/, const QByteArray & /*data*/, const QByteArray & /*address*/) {}
     // A send failed (POSIX domain, no user info).
-    virtual void echoDidFailToSendData(UDPEcho *echo, const QByteArray &data, const QByteArray &address,
-                                       const DVError &error)
-    {
-        Q_UNUSED(echo)
-        Q_UNUSED(data)
-        Q_UNUSED(address)
-        Q_UNUSED(error)
-    }
+    virtual void echoDidFailToSendData(UDPEcho * /*echo*/, const QByteArray & /*data*/, const QByteArray & /*address*/,
+                                       const DVError & /*error*/)
+    {}
     // Client: the socket is connected to `address` (hostAddress()). Server: the socket is bound
     // to the local `address`.
-    virtual void echoDidStartWithAddress(UDPEcho *echo, const QByteArray &address)
-    {
-        Q_UNUSED(echo)
-        Q_UNUSED(address)
-    }
+    virtual void echoDidStartWithAddress(UDPEcho * /*echo*/, const QByteArray & /*address*/) {}
     // The object stopped because of an error and is idle again.
-    virtual void echoDidStopWithError(UDPEcho *echo, const DVError &error)
-    {
-        Q_UNUSED(echo)
-        Q_UNUSED(error)
-    }
+    virtual void echoDidStopWithError(UDPEcho * /*echo*/, const DVError & /*error*/) {}
 };
 
 // A stream-level error as the resolver reports it: a domain (DVErrorDomain::NetDB for a

@@ -33,15 +33,17 @@ QString rigMode()
 
 QDBusMessage mock(const QString &method, const QVariantList &args)
 {
-    QDBusMessage m = QDBusMessage::createMethodCall(kService, kPath, QStringLiteral("org.freedesktop.DBus.Mock"), method);
+    QDBusMessage m =
+        QDBusMessage::createMethodCall(kService, kPath, QStringLiteral("org.freedesktop.DBus.Mock"), method);
     m.setArguments(args);
     return QDBusConnection::sessionBus().call(m);
 }
 
 QVariant plain(const QVariant &v)
 {
-    return v.canConvert<QDBusVariant>() && v.userType() == qMetaTypeId<QDBusVariant>() ? v.value<QDBusVariant>().variant()
-                                                                                        : v;
+    return v.canConvert<QDBusVariant>() && v.userType() == qMetaTypeId<QDBusVariant>()
+               ? v.value<QDBusVariant>().variant()
+               : v;
 }
 
 // The arguments of every call of `method` the service received, in order.
@@ -76,9 +78,10 @@ QStringList stringsOf(const QVariant &v)
 
 void press(quint32 id, const QString &key)
 {
-    const QDBusMessage r = mock(QStringLiteral("EmitSignal"),
-                                {kService, QStringLiteral("ActionInvoked"), QStringLiteral("us"),
-                                 QVariantList{QVariant::fromValue(QDBusVariant(id)), QVariant::fromValue(QDBusVariant(key))}});
+    const QDBusMessage r =
+        mock(QStringLiteral("EmitSignal"),
+             {kService, QStringLiteral("ActionInvoked"), QStringLiteral("us"),
+              QVariantList{QVariant::fromValue(QDBusVariant(id)), QVariant::fromValue(QDBusVariant(key))}});
     ASSERT_EQ(r.type(), QDBusMessage::ReplyMessage) << r.errorMessage().toStdString();
 }
 

@@ -132,8 +132,7 @@ public:
         return _messages.size();
     }
     // A copy of the payload of the i-th notification under `key`, if it has one of type T.
-    template<typename T>
-    std::optional<T> payload(size_t i, const QString &key) const
+    template<typename T> std::optional<T> payload(size_t i, const QString &key) const
     {
         std::lock_guard<std::mutex> lock(_mutex);
         const T *p = _messages.at(i).payload<T>(key);

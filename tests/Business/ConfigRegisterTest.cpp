@@ -110,8 +110,9 @@ TEST_F(BusinessRequests, TabAddressComesFromTopLevelOnlyWhenInfosHasAnArray)
         {"other RespType", R"({"RespType":"RegisterResp","Infos":{"TabConfig":[]},
             "TabConfig":[{"hiturl":"http://tab.example/a"}]})",
          false, nullptr},
-        {"Infos not an object", R"({"RespType":"ConfigResp","Infos":[],"TabConfig":[{"hiturl":"http://tab.example/a"}]})",
-         false, "config request failed, response no infos"},
+        {"Infos not an object",
+         R"({"RespType":"ConfigResp","Infos":[],"TabConfig":[{"hiturl":"http://tab.example/a"}]})", false,
+         "config request failed, response no infos"},
         {"not JSON", R"(<html>)", false, nullptr},
     };
     for (const auto &c : cases) {
@@ -122,7 +123,8 @@ TEST_F(BusinessRequests, TabAddressComesFromTopLevelOnlyWhenInfosHasAnArray)
             // Not JSON: the simulator cannot send it as an answer object; feed it directly.
             Logs logs;
             ConfigReq(base, QStringLiteral("demo")).handleResponseData(QByteArray(c.answer));
-            EXPECT_TRUE(logs.contains(QStringLiteral("config request failed, "))) << logs.all().join(u'|').toStdString();
+            EXPECT_TRUE(logs.contains(QStringLiteral("config request failed, ")))
+                << logs.all().join(u'|').toStdString();
             EXPECT_FALSE(ReceivedConf::shared().getTabHost());
             continue;
         }
@@ -131,8 +133,7 @@ TEST_F(BusinessRequests, TabAddressComesFromTopLevelOnlyWhenInfosHasAnArray)
         run(std::make_shared<ConfigReq>(base, QStringLiteral("demo")));
         if (c.applied) {
             EXPECT_EQ(ReceivedConf::shared().getTabHost(), QStringLiteral("http://tab.example/a"));
-        }
-        else
+        } else
             EXPECT_FALSE(ReceivedConf::shared().getTabHost());
         if (c.logLine) {
             EXPECT_TRUE(logs.has(QString::fromUtf8(c.logLine))) << logs.all().join(u'|').toStdString();

@@ -33,9 +33,9 @@ protected:
             scenarios[QStringLiteral("qrcode")] = scenario;
         ASSERT_TRUE(BizTest::startServices(host, config, {QStringLiteral("qrcode")}, scenarios));
         server = static_cast<QrCodeServer *>(host.service(QStringLiteral("qrcode")));
-        dial = std::make_unique<QrCodeDial>(BizTest::local(server->port()), kHashKey, kDecodeKey,
-                                            QStringLiteral("PPPoE"), QStringLiteral("10.0.0.8"),
-                                            QStringLiteral("52:54:00:12:34:56"));
+        dial =
+            std::make_unique<QrCodeDial>(BizTest::local(server->port()), kHashKey, kDecodeKey, QStringLiteral("PPPoE"),
+                                         QStringLiteral("10.0.0.8"), QStringLiteral("52:54:00:12:34:56"));
     }
 
     // Asks for a code and returns the "get" payload.
@@ -81,7 +81,8 @@ TEST_F(QrLogin, ConfirmedScanDeliversTheCredentials)
     EXPECT_TRUE(server->lastSignatureOk());
     const auto sid = dial->sessionId();
     ASSERT_TRUE(sid);
-    EXPECT_EQ(got.qrCodeContent, BizTest::local(server->port(), QStringLiteral("/scan/")) + *sid + QStringLiteral("$$") + *sid);
+    EXPECT_EQ(got.qrCodeContent,
+              BizTest::local(server->port(), QStringLiteral("/scan/")) + *sid + QStringLiteral("$$") + *sid);
 
     const auto result = check(seen, QStringLiteral("confirmed"));
     ASSERT_TRUE(result.err);
@@ -149,6 +150,14 @@ TEST_F(QrLogin, LongPollIsCancelledAtOnce)
     EXPECT_EQ(p->err->code, -999);
     EXPECT_TRUE(logs.contains(QStringLiteral("qrcode request error, err: ")));
     EXPECT_TRUE(TestSupport::spinUntil([&] { return server->waitingChecks() == 0; }));
+
+    // Leaving the view while a check waits: the object goes away quietly.
+    ASSERT_TRUE(dial->doCheck());
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return server->waitingChecks() == 1; }));
+    const size_t beforeReset = seen.count();
+    dial.reset();
+    EXPECT_TRUE(TestSupport::spinUntil([&] { return server->waitingChecks() == 0; }));
+    EXPECT_EQ(seen.count(), beforeReset);
 }
 
 TEST_F(QrLogin, ServiceFaults)
@@ -249,7 +258,11 @@ TEST(QrCodeDialDecrypt, EncryptedUserInformation)
         {"more pieces", good, false, {}, {}},
         {"no separator", enc(QStringLiteral("ab")), false, {}, {}},
         {"not padded", enc(QStringLiteral("u$p")).remove(QLatin1Char('=')).left(22), false, {}, {}},
-        {"wrong key", QString::fromLatin1(DVUtils::aesEcbEncode("u$p", QStringLiteral("other"))->toBase64()), false, {}, {}},
+        {"wrong key",
+         QString::fromLatin1(DVUtils::aesEcbEncode("u$p", QStringLiteral("other"))->toBase64()),
+         false,
+         {},
+         {}},
         {"empty", QString(), false, {}, {}},
     };
     for (const auto &c : cases) {
@@ -276,7 +289,8 @@ TEST(QrAnswers, Validation)
     };
     const Case cases[] = {
         {"get ok", false, R"({"success":"1","checkMessage":"m","sessionid":"s","token":"t","url":"u"})", true, true, 0},
-        {"get 1 without token", false, R"({"success":"1","checkMessage":"m","sessionid":"s","url":"u"})", true, false, 1},
+        {"get 1 without token", false, R"({"success":"1","checkMessage":"m","sessionid":"s","url":"u"})", true, false,
+         1},
         {"get 2", false, R"({"success":"2","checkMessage":"m"})", true, false, 2},
         {"get other", false, R"({"success":"0","checkMessage":"m"})", true, true, 0},
         {"get no message", false, R"({"success":"1"})", false, false, 1},

@@ -265,7 +265,7 @@ TEST(SMSVerify, RequestTextsAndReplyParsing)
     const QString check = md5Hex(QStringLiteral("张三&<x>key"));
     EXPECT_EQ(op.makeRequestParam().toStdString(),
               QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?><op><accountInfo login=\"张三&amp;&lt;x&gt;\" "
-                             "checkCode=\"%1\" id=\"1700000000\"/></op>")
+                             "checkCode=\"%1\" id=\"1700000000\"/></op>\n")
                   .arg(check)
                   .toStdString());
     op.onNotification(
@@ -274,7 +274,7 @@ TEST(SMSVerify, RequestTextsAndReplyParsing)
     EXPECT_EQ(
         op.makeVerifyParam().toStdString(),
         QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?><op><validateAccount login=\"张三&amp;&lt;x&gt;\" "
-                       "checkCode=\"%1\" validateCode=\"123456\" id=\"1700000000\"/></op>")
+                       "checkCode=\"%1\" validateCode=\"123456\" id=\"1700000000\"/></op>\n")
             .arg(check)
             .toStdString());
 

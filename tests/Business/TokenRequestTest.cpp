@@ -65,7 +65,8 @@ TEST(TokenSignature, BasicAuthorisation)
     EXPECT_FALSE(TokenReuest::getBasicAuthHeaderFromUserName(QString(), QStringLiteral("p")));
     EXPECT_FALSE(TokenReuest::getBasicAuthHeaderFromUserName(QStringLiteral("u"), QString()));
     EXPECT_TRUE(logs.has(QStringLiteral("empty name or pwd")));
-    const auto h = TokenReuest::getBasicAuthHeaderFromUserName(QStringLiteral("Aladdin"), QStringLiteral("open sesame"));
+    const auto h =
+        TokenReuest::getBasicAuthHeaderFromUserName(QStringLiteral("Aladdin"), QStringLiteral("open sesame"));
     ASSERT_TRUE(h);
     ASSERT_EQ(h->size(), 1u);
     EXPECT_EQ(h->front().first, QStringLiteral("Authorization"));
@@ -142,10 +143,16 @@ TEST_F(TokenService, AnswersThatAreNotPostedAndRequestsNotSent)
         const char *logLine;
     };
     const Case cases[] = {
-        {"missing key", "", [](ordered_json &c) { c["token"]["key"] = ordered_json{{"2999", "x"}}; }, 0, 0,
-         "get sign failed"},
-        {"missing auth user", "", [](ordered_json &c) { c["token"]["user"] = ordered_json{{"2999", "x"}}; }, 0, 0,
-         nullptr},
+        {"missing key", "",
+         [](ordered_json &c) {
+             c["token"]["key"] = ordered_json{{"2999", "x"}};
+         },
+         0, 0, "get sign failed"},
+        {"missing auth user", "",
+         [](ordered_json &c) {
+             c["token"]["user"] = ordered_json{{"2999", "x"}};
+         },
+         0, 0, nullptr},
         {"answer without message", "no-message", [](ordered_json &) {}, 1, 0, nullptr},
         {"status 500 with a readable body", "http500", [](ordered_json &) {}, 1, 1, nullptr},
     };

@@ -34,8 +34,8 @@ void postGet(std::optional<DVError> err, QString content)
 
 void postCheck(const QrCodeCheckNotificationInfo &info)
 {
-    DVNotificationCenter::defaultCenter().postNotificationName(DVNotification::DVNotificationNameQRcode,
-                                                               {{DVNotification::NotificationInfoKeyQrCodeCheck, info}});
+    DVNotificationCenter::defaultCenter().postNotificationName(
+        DVNotification::DVNotificationNameQRcode, {{DVNotification::NotificationInfoKeyQrCodeCheck, info}});
 }
 
 void logModelError(const DVError &e)
@@ -73,14 +73,18 @@ std::unique_ptr<QrCodeDial> QrCodeDial::initFromConf()
     std::optional<QString> mac = DVEnv::shared().getMacAddress();
     if (!conf)
         return std::make_unique<QrCodeDial>(std::nullopt, std::nullopt, std::nullopt, std::nullopt, ip, mac);
-    return std::make_unique<QrCodeDial>(conf->qrcode.getHost(), conf->qrcode.getHashKey(),
-                                        conf->qrcode.getDeCodeKey(), conf->login.dialMethod(), ip, mac);
+    return std::make_unique<QrCodeDial>(conf->qrcode.getHost(), conf->qrcode.getHashKey(), conf->qrcode.getDeCodeKey(),
+                                        conf->login.dialMethod(), ip, mac);
 }
 
 QrCodeDial::QrCodeDial(const std::optional<QString> &host, const std::optional<QString> &encodeKey,
                        const std::optional<QString> &decodeKey, const std::optional<QString> &dialType,
                        const std::optional<QString> &ip, const std::optional<QString> &mac)
-    : _decodeKey(decodeKey), _encodeKey(encodeKey), _dialType(dialType), _ip(ip), _mac(mac)
+    : _decodeKey(decodeKey)
+    , _encodeKey(encodeKey)
+    , _dialType(dialType)
+    , _ip(ip)
+    , _mac(mac)
 {
     if (host) {
         const QUrl url(*host, QUrl::StrictMode);
@@ -154,8 +158,8 @@ QByteArray QrCodeDial::makeRequestParam(qint64 timestamp) const
     const QString mac = _mac.value_or(QString());
     const QString dialType = _dialType.value_or(QString());
     const QString ip = _ip.value_or(QString());
-    const QString signature = DVUtils::hamacSha1ofString(
-        QStringList{mac, dialType, ip, stamp}.join(QLatin1Char('$')), _encodeKey.value_or(QString()));
+    const QString signature = DVUtils::hamacSha1ofString(QStringList{mac, dialType, ip, stamp}.join(QLatin1Char('$')),
+                                                         _encodeKey.value_or(QString()));
     return DVUtils::getBodyFromParm({{QStringLiteral("strMAC"), mac},
                                      {QStringLiteral("dialType"), dialType},
                                      {QStringLiteral("ip"), ip},

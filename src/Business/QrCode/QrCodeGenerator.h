@@ -12,7 +12,10 @@ struct QrMatrix
     int width = 0;
     std::vector<bool> modules;
 
-    bool dark(int x, int y) const { return modules[static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)]; }
+    bool dark(int x, int y) const
+    {
+        return modules[static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)];
+    }
 };
 
 // An 8-bit grey picture without alpha, row by row (0 black, 255 white). The windows wrap it

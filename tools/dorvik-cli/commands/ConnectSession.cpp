@@ -4,12 +4,14 @@
 #include "UnixSignals.h"
 
 #include "Bcom/BcomData.h"
+#include "Business/BubbleCenter.h"
 #include "Conf/Conf.h"
 #include "Conf/UIConf.h"
 #include "Dial/PPPoEPlatformFactory.h"
 #include "Dial/simulated/SimulatedPlatform.h"
 #include "Util/DVNotification.h"
 
+#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -52,6 +54,37 @@ QString readLine()
 } // namespace
 
 ConnectSession::ConnectSession(Settings settings) : _settings(std::move(settings)) {}
+
+void ConnectSession::addOptions(QCommandLineParser &parser)
+{
+    parser.addOption({QStringLiteral("interface"), QStringLiteral("kernel name of the interface"), QStringLiteral("name")});
+    parser.addOption({QStringLiteral("area"), QStringLiteral("area code"), QStringLiteral("code")});
+    parser.addOption({QStringLiteral("config"), QStringLiteral("configuration file to try"), QStringLiteral("file")});
+    parser.addOption({QStringLiteral("backend"), QStringLiteral("networkmanager | simulated"), QStringLiteral("name")});
+    parser.addOption({QStringLiteral("ac"), QStringLiteral("simulated access concentrator (simulated back-end)"),
+                      QStringLiteral("url"), QStringLiteral("http://127.0.0.1:18087/pppoe/auth")});
+    parser.addOption({QStringLiteral("heartbeat-scale"),
+                      QStringLiteral("divide heartbeat pauses by this factor (demos and tests)"), QStringLiteral("n")});
+}
+
+std::optional<ConnectSession::Settings> ConnectSession::settingsFrom(const QCommandLineParser &parser, QString *error)
+{
+    Settings settings;
+    settings.interfaceName = parser.value(QStringLiteral("interface"));
+    settings.area = parser.value(QStringLiteral("area"));
+    settings.configPath = parser.value(QStringLiteral("config"));
+    settings.backend = parser.value(QStringLiteral("backend"));
+    settings.accessConcentrator = QUrl(parser.value(QStringLiteral("ac")));
+    if (parser.isSet(QStringLiteral("heartbeat-scale"))) {
+        bool ok = false;
+        settings.heartbeatScale = parser.value(QStringLiteral("heartbeat-scale")).toInt(&ok);
+        if (!ok || settings.heartbeatScale < 1) {
+            *error = QStringLiteral("--heartbeat-scale wants a whole number of at least 1");
+            return std::nullopt;
+        }
+    }
+    return settings;
+}
 
 ConnectSession::~ConnectSession()
 {
@@ -108,7 +141,7 @@ std::optional<quint64> ConnectSession::chooseInterface()
 int ConnectSession::run()
 {
     // The password comes from stdin only and lives in memory only.
-    const auto password = std::make_shared<const QString>(readLine());
+    const auto password = std::make_shared<const QString>(_settings.password ? *_settings.password : readLine());
     if (!loadConfiguration())
         return 1;
 
@@ -169,6 +202,16 @@ int ConnectSession::run()
     }
     _app = std::make_unique<DVApp>(std::make_unique<PPPoE>(std::move(platform)), options);
     connect(_app.get(), &DVApp::dialStateChanged, this, &ConnectSession::onState);
+    connect(_app->bubbleCenter(), &BubbleCenter::presenting, this, [](const UserNotification &n) {
+        json line = {{"event", "bubble"},
+                     {"title", n.title.toStdString()},
+                     {"text", n.informativeText.toStdString()},
+                     {"delay", n.deliveryDelaySeconds}};
+        const QString url = n.userInfo.value(QStringLiteral("url")).toString();
+        if (!url.isEmpty())
+            line["url"] = url.toStdString();
+        emitLine(line);
+    });
 
     _smsToken = DVNotificationCenter::defaultCenter().addObserverForName(
         DVNotification::DVNotificationNameSMSVerifyToUI, OperationQueue::mainQueue(),

@@ -7,6 +7,7 @@
 
 #include <memory>
 
+class QCommandLineParser;
 class QNetworkAccessManager;
 class UnixSignals;
 
@@ -25,7 +26,14 @@ public:
         QString backend;       // empty: this build's default
         QUrl accessConcentrator;
         int heartbeatScale = 1;
+        // Given by another log-in (a QR-code scan); otherwise the first line of stdin.
+        std::optional<QString> password;
     };
+
+    // The connection options shared by the commands that dial ("connect", "qr").
+    static void addOptions(QCommandLineParser &parser);
+    // Settings from parsed options; nullopt with `error` set when a value is unusable.
+    static std::optional<Settings> settingsFrom(const QCommandLineParser &parser, QString *error);
 
     explicit ConnectSession(Settings settings);
     ~ConnectSession() override;

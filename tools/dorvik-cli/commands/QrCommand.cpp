@@ -3,9 +3,11 @@
 // a fresh one, as the log-in view does) and prints the outcome as one JSON line:
 //   {"state":"confirmed","username":"…"}      exit 0 (the password is never printed)
 //   {"state":"failed","code":N,"message":"…"} exit 1
-// The dial that follows a confirmation belongs to "connect".
+// and then dials with the credentials the scan gave, as "connect" does (--no-dial stops after
+// the scan).
 
 #include "CliCommand.h"
+#include "ConnectSession.h"
 
 #include "Business/QrCode/QrCodeDial.h"
 #include "Business/QrCode/QrCodeGenerator.h"
@@ -34,11 +36,16 @@ void printOutcome(const nlohmann::ordered_json &line)
 int runQr(const QStringList &args)
 {
     QCommandLineParser parser;
-    parser.addOption({QStringLiteral("area"), QStringLiteral("area code"), QStringLiteral("code")});
-    parser.addOption({QStringLiteral("config"), QStringLiteral("configuration file to use"), QStringLiteral("file")});
-    parser.addOption({QStringLiteral("light"), QStringLiteral("draw for a terminal with dark text on a light background")});
+    ConnectSession::addOptions(parser);
+    parser.addOption({QStringLiteral("no-dial"), QStringLiteral("stop after the scan, do not dial")});
+    parser.addOption(
+        {QStringLiteral("light"), QStringLiteral("draw for a terminal with dark text on a light background")});
     if (!parser.parse(QStringList{QStringLiteral("qr")} + args))
         return fail(parser.errorText());
+    QString optionError;
+    auto session = ConnectSession::settingsFrom(parser, &optionError);
+    if (!session)
+        return fail(optionError);
 
     if (parser.isSet(QStringLiteral("config"))) {
         QString error;
@@ -57,6 +64,8 @@ int runQr(const QStringList &args)
 
     auto dial = QrCodeDial::initFromConf();
     int exitCode = 1;
+    std::optional<QString> scannedUser;
+    std::optional<QString> scannedPassword; // in memory only, handed to the dial
     const auto token = DVNotificationCenter::defaultCenter().addObserverForName(
         DVNotification::DVNotificationNameQRcode, OperationQueue::mainQueue(), [&](const DVNotificationMessage &m) {
             if (const auto *got = m.payload<QrCodeGetNotificationInfo>(DVNotification::NotificationInfoKeyQrCodeGet)) {
@@ -82,15 +91,18 @@ int runQr(const QStringList &args)
             const qint64 code = check->err ? check->err->code : 0;
             if (code == 0 && !check->username.isEmpty()) {
                 printOutcome({{"state", "confirmed"}, {"username", check->username.toStdString()}});
+                scannedUser = check->username;
+                scannedPassword = check->password;
                 exitCode = 0;
                 QCoreApplication::exit(0);
             } else if (check->err && check->err->domain == QLatin1String("QrcodeDomain") && code == 4) {
                 Cli::err(QStringLiteral("the code expired, fetching a fresh one"));
                 dial->doRequest();
             } else {
-                printOutcome({{"state", "failed"},
-                              {"code", code},
-                              {"message", check->err ? check->err->localizedDescription.toStdString() : std::string()}});
+                printOutcome(
+                    {{"state", "failed"},
+                     {"code", code},
+                     {"message", check->err ? check->err->localizedDescription.toStdString() : std::string()}});
                 QCoreApplication::exit(1);
             }
         });
@@ -98,10 +110,18 @@ int runQr(const QStringList &args)
     const int loop = QCoreApplication::exec();
     DVNotificationCenter::defaultCenter().removeObserver(token);
     dial.reset();
-    return loop == 0 ? exitCode : loop;
+    if (loop != 0 || exitCode != 0)
+        return loop == 0 ? exitCode : loop;
+    if (parser.isSet(QStringLiteral("no-dial")) || !scannedUser)
+        return 0;
+    // The configuration is loaded and the area chosen already.
+    session->configPath.clear();
+    session->user = *scannedUser;
+    session->password = scannedPassword;
+    return ConnectSession(*session).run();
 }
 
 } // namespace
 
-DORVIK_CLI_COMMAND(QStringLiteral("qr"), QStringLiteral("qr [--area A] [--config FILE] [--light]   log in by QR code"),
+DORVIK_CLI_COMMAND(QStringLiteral("qr"), QStringLiteral("qr [--no-dial] [--light] [connect's options]   log in by QR code, then connect"),
                    runQr);

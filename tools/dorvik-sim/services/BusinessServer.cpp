@@ -52,7 +52,9 @@ QHttpServerResponse jsonResponse(const ordered_json &body, QHttpServerResponder:
 
 } // namespace BusinessSim
 
-BusinessServer::BusinessServer(QObject *parent) : SimService(parent) {}
+BusinessServer::BusinessServer(QObject *parent)
+    : SimService(parent)
+{}
 
 QString BusinessServer::tabAddress(const QString &area) const
 {
@@ -100,21 +102,20 @@ bool BusinessServer::start(const SimOptions &options)
                 [this](const QHttpServerRequest &r) { return handle(r, true); });
     _http.route(QStringLiteral("/register.action"), QHttpServerRequest::Method::Post,
                 [this](const QHttpServerRequest &r) { return handle(r, false); });
-    _http.route(QStringLiteral("/sim/business/answer"), QHttpServerRequest::Method::Post,
-                [this](const QHttpServerRequest &r) {
-                    ordered_json answer;
-                    try {
-                        answer = ordered_json::parse(r.body().constBegin(), r.body().constEnd());
-                    } catch (const ordered_json::exception &e) {
-                        return BusinessSim::jsonResponse({{"error", e.what()}},
-                                                         QHttpServerResponder::StatusCode::BadRequest);
-                    }
-                    if (r.query().queryItemValue(QStringLiteral("kind")) == QLatin1String("register"))
-                        setRegisterAnswer(answer);
-                    else
-                        setConfigAnswer(answer);
-                    return BusinessSim::jsonResponse({{"ok", true}});
-                });
+    _http.route(
+        QStringLiteral("/sim/business/answer"), QHttpServerRequest::Method::Post, [this](const QHttpServerRequest &r) {
+            ordered_json answer;
+            try {
+                answer = ordered_json::parse(r.body().constBegin(), r.body().constEnd());
+            } catch (const ordered_json::exception &e) {
+                return BusinessSim::jsonResponse({{"error", e.what()}}, QHttpServerResponder::StatusCode::BadRequest);
+            }
+            if (r.query().queryItemValue(QStringLiteral("kind")) == QLatin1String("register"))
+                setRegisterAnswer(answer);
+            else
+                setConfigAnswer(answer);
+            return BusinessSim::jsonResponse({{"ok", true}});
+        });
     _http.route(QStringLiteral("/tab"), [](const QHttpServerRequest &r) {
         const QString area = r.query().queryItemValue(QStringLiteral("area"));
         return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"),
@@ -123,9 +124,9 @@ bool BusinessServer::start(const SimOptions &options)
                                        .toUtf8());
     });
     _http.route(QStringLiteral("/notice"), [] {
-        return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"),
-                                   QStringLiteral("<html><body><h1>网络公告</h1><p>今晚 2:00 例行维护。</p></body></html>")
-                                       .toUtf8());
+        return QHttpServerResponse(
+            QByteArrayLiteral("text/html; charset=utf-8"),
+            QStringLiteral("<html><body><h1>网络公告</h1><p>今晚 2:00 例行维护。</p></body></html>").toUtf8());
     });
 
     const quint16 wanted = BusinessSim::wantedPort(options, host, 18081);
@@ -148,7 +149,8 @@ QHttpServerResponse BusinessServer::handle(const QHttpServerRequest &request, bo
         answer = config ? _configAnswer : _registerAnswer;
     }
     if (_scenario == QLatin1String("http500"))
-        return BusinessSim::jsonResponse({{"error", "internal"}}, QHttpServerResponder::StatusCode::InternalServerError);
+        return BusinessSim::jsonResponse({{"error", "internal"}},
+                                         QHttpServerResponder::StatusCode::InternalServerError);
 
     ordered_json req;
     try {

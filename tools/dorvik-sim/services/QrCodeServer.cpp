@@ -18,7 +18,9 @@ const QStringList kOutcomes = {QStringLiteral("confirmed"), QStringLiteral("expi
                                QStringLiteral("garbled")};
 }
 
-QrCodeServer::QrCodeServer(QObject *parent) : SimService(parent) {}
+QrCodeServer::QrCodeServer(QObject *parent)
+    : SimService(parent)
+{}
 
 QrCodeServer::~QrCodeServer() = default;
 
@@ -39,7 +41,8 @@ bool QrCodeServer::start(const SimOptions &options)
     while (_path.endsWith(QLatin1Char('/')))
         _path.chop(1);
     // The configured address itself takes the signed POST; checks go to "<address>/<session>".
-    _http.route(_path.isEmpty() ? QStringLiteral("/") : _path, QHttpServerRequest::Method::Post, [this](const QHttpServerRequest &r) { return handleGet(r); });
+    _http.route(_path.isEmpty() ? QStringLiteral("/") : _path, QHttpServerRequest::Method::Post,
+                [this](const QHttpServerRequest &r) { return handleGet(r); });
     _http.route(_path + QStringLiteral("/<arg>"), QHttpServerRequest::Method::Get,
                 [this](const QString &sid, const QHttpServerRequest &r, QHttpServerResponder &&responder) {
                     handleCheck(sid, r, std::move(responder));
@@ -89,10 +92,8 @@ QHttpServerResponse QrCodeServer::handleGet(const QHttpServerRequest &request)
     const QString sid = QStringLiteral("s%1").arg(++_counter, 6, 10, QLatin1Char('0'));
     const QString token = DVUtils::md5OfString(sid + QStringLiteral("#token")).left(16);
     _sessions[sid] = token;
-    ordered_json answer{{"success", "1"},
-                        {"checkMessage", "ok"},
-                        {"sessionid", sid.toStdString()},
-                        {"token", token.toStdString()}};
+    ordered_json answer{
+        {"success", "1"}, {"checkMessage", "ok"}, {"sessionid", sid.toStdString()}, {"token", token.toStdString()}};
     if (_scenario != QLatin1String("no-url"))
         answer["url"] = QStringLiteral("http://127.0.0.1:%1%2/scan/%3").arg(_port).arg(_path, sid).toStdString();
     return BusinessSim::jsonResponse(answer);
@@ -142,7 +143,8 @@ ordered_json QrCodeServer::answerFor(const QString &outcome, const QString &sess
         plain = QStringLiteral("a$b$c");
     } else {
         const auto first = _options.accounts.begin();
-        plain = first == _options.accounts.end() ? QStringLiteral("demo$demo123") : first->first + QLatin1Char('$') + first->second;
+        plain = first == _options.accounts.end() ? QStringLiteral("demo$demo123")
+                                                 : first->first + QLatin1Char('$') + first->second;
     }
     const auto cipher = DVUtils::aesEcbEncode(plain.toUtf8(), _decodeKey);
     return {{"truncated", "0"},

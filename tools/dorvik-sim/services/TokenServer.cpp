@@ -10,7 +10,9 @@
 using nlohmann::ordered_json;
 using Status = QHttpServerResponder::StatusCode;
 
-TokenServer::TokenServer(QObject *parent) : SimService(parent) {}
+TokenServer::TokenServer(QObject *parent)
+    : SimService(parent)
+{}
 
 bool TokenServer::start(const SimOptions &options)
 {
@@ -58,10 +60,10 @@ QHttpServerResponse TokenServer::handle(const QHttpServerRequest &request)
     }
     seen.signatureOk = !_key.isEmpty() && DVUtils::hamacSha1ofString(base, _key) == QString::fromLatin1(seen.signature);
 
-    const QByteArray expectedAuth
-        = _authUser.isEmpty() || _authPwd.isEmpty()
-              ? QByteArray()
-              : QByteArrayLiteral("Basic ") + (_authUser + QLatin1Char(':') + _authPwd).toUtf8().toBase64();
+    const QByteArray expectedAuth =
+        _authUser.isEmpty() || _authPwd.isEmpty()
+            ? QByteArray()
+            : QByteArrayLiteral("Basic ") + (_authUser + QLatin1Char(':') + _authPwd).toUtf8().toBase64();
     const bool authOk = seen.authorization == expectedAuth;
 
     {
@@ -92,8 +94,8 @@ QHttpServerResponse TokenServer::handle(const QHttpServerRequest &request)
         QMutexLocker lock(&_mutex);
         ++_issued;
     }
-    return BusinessSim::jsonResponse(answer, _scenario == QLatin1String("http500") ? Status::InternalServerError
-                                                                                    : Status::Ok);
+    return BusinessSim::jsonResponse(answer,
+                                     _scenario == QLatin1String("http500") ? Status::InternalServerError : Status::Ok);
 }
 
 TokenServer::Seen TokenServer::lastRequest() const
