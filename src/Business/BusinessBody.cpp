@@ -1,6 +1,16 @@
 #include "BusinessBody.h"
 
+#include "Conf/Conf.h"
+
 namespace BusinessBody {
+
+std::optional<QString> currentArea()
+{
+    const QString area = Conf::area();
+    if (area.isEmpty())
+        return std::nullopt;
+    return area;
+}
 
 nlohmann::ordered_json objectFromMembers(const BodyMembers &members)
 {

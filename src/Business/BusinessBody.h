@@ -15,6 +15,9 @@ using BodyMembers = std::vector<std::pair<const char *, std::optional<nlohmann::
 
 namespace BusinessBody {
 
+// The current area code; an empty one counts as absent in the bodies.
+std::optional<QString> currentArea();
+
 nlohmann::ordered_json objectFromMembers(const BodyMembers &members);
 // Pretty-printed (two-space indent) UTF-8 text; nullopt, with the serialiser's reason in
 // `why`, when the value cannot be written (invalid UTF-8 in a text).

@@ -1,6 +1,7 @@
 #include "BusinessHttp.h"
 
 #include "Util/DVError.h"
+#include "Util/Log.h"
 
 #include <QEventLoop>
 #include <QNetworkAccessManager>
@@ -57,6 +58,21 @@ HttpReply sendBlocking(const HttpRequestSpec &spec)
     HttpReply out = collect(reply);
     delete reply;
     return out;
+}
+
+std::optional<HttpReply> postJson(const QString &host, const std::optional<QByteArray> &body)
+{
+    const QUrl url(host, QUrl::StrictMode);
+    if (!url.isValid() || host.isEmpty()) {
+        DVLOG() << "url init failed";
+        return std::nullopt;
+    }
+    HttpRequestSpec spec;
+    spec.url = url;
+    spec.body = body;
+    spec.headers = {{QByteArrayLiteral("Content-Type"), QByteArrayLiteral("application/json")}};
+    spec.timeoutMs = 4000;
+    return sendBlocking(spec);
 }
 
 } // namespace BusinessHttp

@@ -52,4 +52,9 @@ DVError transportErrorOf(const HttpReply &reply);
 // loop. Works on any thread, including the work queue's plain worker threads.
 HttpReply sendBlocking(const HttpRequestSpec &spec);
 
+// POSTs a JSON body to the business server's base address (the configuration request and the
+// registration report, both with a 4 s time-out) and waits for the answer. nullopt, logged as
+// "url init failed", when the address does not make a URL.
+std::optional<HttpReply> postJson(const QString &host, const std::optional<QByteArray> &body);
+
 } // namespace BusinessHttp

@@ -11,15 +11,7 @@ using nlohmann::ordered_json;
 
 namespace {
 
-const int kTimeoutMs = 4000;
 
-std::optional<QString> currentArea()
-{
-    const QString area = Conf::area();
-    if (area.isEmpty())
-        return std::nullopt;
-    return area;
-}
 
 QString dumpForLog(const ordered_json &value)
 {
@@ -53,7 +45,7 @@ std::optional<QByteArray> ConfigReq::makeParam() const
     const ordered_json body = BusinessBody::objectFromMembers({
         {"ReqType", ordered_json("ConfigReq")},
         {"User", BusinessBody::text(_username)},
-        {"AreaCode", BusinessBody::text(currentArea())},
+        {"AreaCode", BusinessBody::text(BusinessBody::currentArea())},
         {"ClientVersion", BusinessBody::text(version)},
         {"router", BusinessBody::text(conf ? conf->route.getVersion() : std::nullopt)},
     });
@@ -66,18 +58,11 @@ std::optional<QByteArray> ConfigReq::makeParam() const
 
 void ConfigReq::request()
 {
-    const QUrl url(_host, QUrl::StrictMode);
-    if (!url.isValid() || _host.isEmpty()) {
-        DVLOG() << "url init failed";
-        return;
-    }
-    HttpRequestSpec spec;
-    spec.url = url;
-    spec.body = makeParam();
-    spec.headers = {{QByteArrayLiteral("Content-Type"), QByteArrayLiteral("application/json")}};
-    spec.timeoutMs = kTimeoutMs;
     // Once sent, the answer is handled even if the queue is cancelled meanwhile.
-    const HttpReply reply = BusinessHttp::sendBlocking(spec);
+    const auto sent = BusinessHttp::postJson(_host, makeParam());
+    if (!sent)
+        return;
+    const HttpReply &reply = *sent;
     if (reply.transportError) {
         DVLOG() << "config request failed," << *reply.transportError;
         return;

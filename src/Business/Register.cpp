@@ -15,20 +15,12 @@ using nlohmann::ordered_json;
 
 namespace {
 
-const int kTimeoutMs = 4000;
 
 ordered_json textOrEmpty(const QString &value)
 {
     return ordered_json(value.toStdString());
 }
 
-std::optional<QString> currentArea()
-{
-    const QString area = Conf::area();
-    if (area.isEmpty())
-        return std::nullopt;
-    return area;
-}
 
 } // namespace
 
@@ -93,7 +85,7 @@ std::optional<QByteArray> Register::makeParam() const
     const ordered_json body = BusinessBody::objectFromMembers({
         {"ReqType", ordered_json("RegisterReq")},
         {"User", BusinessBody::text(_username)},
-        {"AreaCode", BusinessBody::text(currentArea())},
+        {"AreaCode", BusinessBody::text(BusinessBody::currentArea())},
         {"ClientVersion", BusinessBody::text(_version)},
         {"Infos", getInfo()},
     });
@@ -106,17 +98,11 @@ std::optional<QByteArray> Register::makeParam() const
 
 void Register::request()
 {
-    const QUrl url(_host, QUrl::StrictMode);
-    if (!url.isValid() || _host.isEmpty()) {
-        DVLOG() << "url init failed";
+    // Once sent, the answer is handled even if the queue is cancelled meanwhile.
+    const auto sent = BusinessHttp::postJson(_host, makeParam());
+    if (!sent)
         return;
-    }
-    HttpRequestSpec spec;
-    spec.url = url;
-    spec.body = makeParam();
-    spec.headers = {{QByteArrayLiteral("Content-Type"), QByteArrayLiteral("application/json")}};
-    spec.timeoutMs = kTimeoutMs;
-    const HttpReply reply = BusinessHttp::sendBlocking(spec);
+    const HttpReply &reply = *sent;
     if (reply.transportError) {
         DVLOG() << "Register request failed," << *reply.transportError;
         return;

@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <memory>
 #include <vector>
 
@@ -34,6 +35,17 @@ struct SimOptions
         const auto it = ports.find(service);
         return it == ports.end() ? fallback : it->second;
     }
+
+    // A setting of the configuration for `area` (this run's area when empty), else its
+    // "default": text as it is, a number or boolean as its JSON text; nullopt when absent, null,
+    // an array or an object.
+    std::optional<QString> setting(const char *section, const char *key, const QString &area = {}) const;
+    // The raw resolved value of a setting (arrays included).
+    std::optional<nlohmann::ordered_json> settingValue(const char *section, const char *key,
+                                                       const QString &area = {}) const;
+    // The port to listen on for a service configured at `address` ("http://host:port/…" or
+    // "host:port"): its port, `fallback` when it has none, 0 with ephemeral ports.
+    quint16 listenPort(const std::optional<QString> &address, quint16 fallback) const;
 
     QString scenario(const QString &service) const
     {

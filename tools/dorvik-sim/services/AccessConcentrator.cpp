@@ -15,28 +15,6 @@ DORVIK_SIM_SERVICE("ac", AccessConcentrator);
 namespace {
 using json = nlohmann::ordered_json;
 
-// The value of an area-keyed setting for one area, falling back to "default".
-std::optional<json> valueFor(const json &setting, const std::string &area)
-{
-    if (!setting.is_object())
-        return std::nullopt;
-    if (setting.contains(area))
-        return setting.at(area);
-    if (setting.contains("default"))
-        return setting.at("default");
-    return std::nullopt;
-}
-
-std::optional<QString> textFor(const json &section, const char *key, const std::string &area)
-{
-    if (!section.contains(key))
-        return std::nullopt;
-    const auto v = valueFor(section.at(key), area);
-    if (!v || !v->is_string())
-        return std::nullopt;
-    return QString::fromStdString(v->get<std::string>());
-}
-
 QByteArray reply(const json &body)
 {
     return QByteArray::fromStdString(body.dump());
@@ -110,16 +88,17 @@ std::optional<QString> AccessConcentrator::authenticate(const QString &dialName,
             continue;
         knownPassword = true;
         for (const auto &area : areas) {
-            const auto order = valueFor(rules.at("order"), area);
+            const QString areaCode = QString::fromStdString(area);
+            const auto order = _options.settingValue("accountrule", "order", areaCode);
             if (!order || !order->is_array())
                 continue;
             QStringList names;
             for (const auto &n : *order)
                 if (n.is_string())
                     names.append(QString::fromStdString(n.get<std::string>()));
-            const auto prefix = textFor(rules, "timepin-prefix", area);
-            const auto suffix = textFor(rules, "suffix", area);
-            const auto psk = textFor(rules, "timepin-psk", area);
+            const auto prefix = _options.setting("accountrule", "timepin-prefix", areaCode);
+            const auto suffix = _options.setting("accountrule", "suffix", areaCode);
+            const auto psk = _options.setting("accountrule", "timepin-psk", areaCode);
             for (qint64 t = now - WindowSecs; t <= now + WindowSecs; ++t) {
                 qint64 flag = t;
                 try {

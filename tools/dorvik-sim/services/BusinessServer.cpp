@@ -7,31 +7,6 @@ using nlohmann::ordered_json;
 
 namespace BusinessSim {
 
-std::optional<QString> areaText(const ordered_json &config, const char *section, const char *key, const QString &area)
-{
-    const auto s = config.find(section);
-    if (s == config.end() || !s->is_object())
-        return std::nullopt;
-    const auto v = s->find(key);
-    if (v == s->end() || !v->is_object())
-        return std::nullopt;
-    auto e = v->find(area.toStdString());
-    if (e == v->end())
-        e = v->find("default");
-    if (e == v->end() || e->is_null() || e->is_object() || e->is_array())
-        return std::nullopt;
-    return QString::fromStdString(e->is_string() ? e->get<std::string>() : e->dump());
-}
-
-quint16 wantedPort(const SimOptions &options, const std::optional<QString> &address, quint16 fallback)
-{
-    if (options.ephemeralPorts)
-        return 0;
-    const QUrl url(address.value_or(QString()));
-    const int port = url.port(-1);
-    return port > 0 ? static_cast<quint16>(port) : fallback;
-}
-
 std::vector<std::pair<QString, QString>> formPairs(const QByteArray &body)
 {
     std::vector<std::pair<QString, QString>> out;
@@ -84,9 +59,9 @@ ordered_json BusinessServer::defaultRegisterAnswer(const QString &area) const
 {
     const QString a = area.isEmpty() ? _options.area : area;
     ordered_json infos = ordered_json::object();
-    if (const auto heart = BusinessSim::areaText(_options.config, "heart", "negotiateurl", a))
+    if (const auto heart = _options.setting("heart", "negotiateurl", a))
         infos["HeartServerAddress"] = heart->toStdString();
-    if (const auto update = BusinessSim::areaText(_options.config, "update", "host", a))
+    if (const auto update = _options.setting("update", "host", a))
         infos["UpdateServerAddress"] = update->toStdString();
     infos["hiturl"] = tabAddress(a).toStdString();
     return {{"RespType", "RegisterResp"}, {"infos", infos}};
@@ -96,7 +71,7 @@ bool BusinessServer::start(const SimOptions &options)
 {
     _options = options;
     _scenario = options.scenario(QStringLiteral("business"));
-    const auto host = BusinessSim::areaText(options.config, "business", "host", options.area);
+    const auto host = options.setting("business", "host", options.area);
 
     _http.route(QStringLiteral("/config.action"), QHttpServerRequest::Method::Post,
                 [this](const QHttpServerRequest &r) { return handle(r, true); });
@@ -129,7 +104,7 @@ bool BusinessServer::start(const SimOptions &options)
             QStringLiteral("<html><body><h1>网络公告</h1><p>今晚 2:00 例行维护。</p></body></html>").toUtf8());
     });
 
-    const quint16 wanted = BusinessSim::wantedPort(options, host, 18081);
+    const quint16 wanted = options.listenPort(host, 18081);
     _port = _http.listen(QHostAddress::LocalHost, wanted);
     if (_port == 0) {
         QTextStream(stderr) << "business: cannot listen on port " << wanted << '\n';

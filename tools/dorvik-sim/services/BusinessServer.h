@@ -12,11 +12,6 @@
 
 // Helpers shared by the business, token and QR-code simulators.
 namespace BusinessSim {
-// The value of `section.key` for the area, else the "default" entry; numbers as their text.
-std::optional<QString> areaText(const nlohmann::ordered_json &config, const char *section, const char *key,
-                                const QString &area);
-// The port to listen on: 0 in tests, else the configured address's port (or the fallback).
-quint16 wantedPort(const SimOptions &options, const std::optional<QString> &address, quint16 fallback);
 // "k=v&k=v" in order, without unescaping (the clients do not escape).
 std::vector<std::pair<QString, QString>> formPairs(const QByteArray &body);
 QHttpServerResponse jsonResponse(const nlohmann::ordered_json &body,

@@ -11,22 +11,6 @@ using ordered_json = nlohmann::ordered_json;
 
 namespace {
 
-std::optional<QString> areaText(const ordered_json &config, const char *section, const char *key, const QString &area)
-{
-    const auto s = config.find(section);
-    if (s == config.end() || !s->is_object())
-        return std::nullopt;
-    const auto v = s->find(key);
-    if (v == s->end() || !v->is_object())
-        return std::nullopt;
-    auto e = v->find(area.toStdString());
-    if (e == v->end())
-        e = v->find("default");
-    if (e == v->end() || e->is_null())
-        return std::nullopt;
-    return QString::fromStdString(e->is_string() ? e->get<std::string>() : e->dump());
-}
-
 // A key text's 16 key bytes: UTF-8, cut or zero-padded.
 QByteArray keyBlock(const QString &key)
 {
@@ -42,37 +26,10 @@ bool DynPwdServer::start(const SimOptions &options)
     _scenario = options.scenario(QStringLiteral("dynpwd"));
     if (_scenario.isEmpty())
         _scenario = QStringLiteral("ok");
-    _requestKey = areaText(options.config, "dynmicpwd", "encodeKey", options.area).value_or(QString());
-    _replyKey = areaText(options.config, "dynmicpwd", "decodeKey", options.area).value_or(QString());
+    _requestKey = options.setting("dynmicpwd", "encodeKey").value_or(QString());
+    _replyKey = options.setting("dynmicpwd", "decodeKey").value_or(QString());
     _accounts = options.accounts;
-    quint16 port = 0;
-    if (!options.ephemeralPorts) {
-        const QString host = areaText(options.config, "dynmicpwd", "host", options.area).value_or(QString());
-        port = host.section(QLatin1Char(':'), -1).toUShort();
-    }
-    if (!_socket.bind(QHostAddress::LocalHost, port)) {
-        std::fprintf(stderr, "dynpwd: cannot listen on 127.0.0.1:%u: %s\n", port,
-                     qUtf8Printable(_socket.errorString()));
-        return false;
-    }
-    connect(&_socket, &QUdpSocket::readyRead, this, &DynPwdServer::readPending);
-    return true;
-}
-
-void DynPwdServer::readPending()
-{
-    while (_socket.hasPendingDatagrams()) {
-        QByteArray datagram(static_cast<qsizetype>(qMax<qint64>(0, _socket.pendingDatagramSize())), '\0');
-        QHostAddress from;
-        quint16 fromPort = 0;
-        const qint64 n = _socket.readDatagram(datagram.data(), datagram.size(), &from, &fromPort);
-        if (n < 0)
-            continue;
-        datagram.truncate(n);
-        const QByteArray reply = answer(datagram);
-        if (!reply.isEmpty() && _socket.writeDatagram(reply, from, fromPort) == reply.size())
-            ++_replies;
-    }
+    return listen("dynpwd", options.listenPort(options.setting("dynmicpwd", "host"), 0));
 }
 
 QByteArray DynPwdServer::seal(const QByteArray &plain) const

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "SimService.h"
+#include "UdpSimService.h"
 
 #include <QSet>
-#include <QUdpSocket>
 
 #include <nlohmann/json.hpp>
 
@@ -19,25 +18,22 @@
 // "error" ("RESULT=ERROR&INFO=<reason>"), "error-noinfo" ("RESULT=ERROR"), "garbage" (a
 // reply that does not decrypt), "short" (a 2-byte reply), "other" ("RESULT=PENDING"),
 // "silence" (no reply). Requests that do not check out are counted and not answered.
-class DynPwdServer : public SimService
+class DynPwdServer : public UdpSimService
 {
     Q_OBJECT
 public:
-    using SimService::SimService;
+    using UdpSimService::UdpSimService;
 
     bool start(const SimOptions &options) override;
-    quint16 port() const override { return _socket.localPort(); }
     nlohmann::ordered_json stats() const override;
 
     // The reason that error replies carry after "RESULT=ERROR&".
     static const char *errorInfo() { return "INFO=该号码未开通动态密码业务"; }
 
 private:
-    void readPending();
-    QByteArray answer(const QByteArray &request);
+    QByteArray answer(const QByteArray &request) override;
     QByteArray seal(const QByteArray &plain) const;
 
-    QUdpSocket _socket;
     QString _scenario;
     QString _requestKey; // "encodeKey": what the client encrypts with
     QString _replyKey;   // "decodeKey": what the client decrypts with
@@ -48,7 +44,6 @@ private:
     int _undecryptable = 0;
     int _badText = 0;  // decrypted, but not "TEL=...&SEQ=<UUID>"
     int _accepted = 0; // everything checked out
-    int _replies = 0;
     QSet<QString> _seqs; // to see that every request carries a fresh sequence
     QString _lastTel, _lastSeq, _lastProblem;
 };

@@ -18,22 +18,6 @@ const char *const kSalts[] = {"PREFIX", "SUFFIX"};
 constexpr size_t kKeepLast = 32;
 
 // The value of `section.key` for the area, else the "default" entry.
-std::optional<QString> areaText(const ordered_json &config, const char *section, const char *key, const QString &area)
-{
-    const auto s = config.find(section);
-    if (s == config.end() || !s->is_object())
-        return std::nullopt;
-    const auto v = s->find(key);
-    if (v == s->end() || !v->is_object())
-        return std::nullopt;
-    auto e = v->find(area.toStdString());
-    if (e == v->end())
-        e = v->find("default");
-    if (e == v->end() || e->is_null())
-        return std::nullopt;
-    return QString::fromStdString(e->is_string() ? e->get<std::string>() : e->dump());
-}
-
 QByteArray headerValue(const QList<QPair<QByteArray, QByteArray>> &headers, const QByteArray &name)
 {
     for (const auto &h : headers) {
@@ -80,10 +64,10 @@ bool HeartServer::start(const SimOptions &options)
 {
     _scenario = options.scenario(QStringLiteral("heart"));
     const QString area = options.area;
-    const QUrl negotiate(areaText(options.config, "heart", "negotiateurl", area).value_or(QString()));
-    const QUrl heartbeat(areaText(options.config, "heart", "hearbeaturl", area).value_or(QString()));
-    _key = areaText(options.config, "heart", "key", area).value_or(QString()).toUtf8();
-    if (const auto interval = areaText(options.config, "heart", "interval", area))
+    const QUrl negotiate(options.setting("heart", "negotiateurl", area).value_or(QString()));
+    const QUrl heartbeat(options.setting("heart", "hearbeaturl", area).value_or(QString()));
+    _key = options.setting("heart", "key", area).value_or(QString()).toUtf8();
+    if (const auto interval = options.setting("heart", "interval", area))
         _interval = interval->toLongLong();
     _negotiatePath = negotiate.path().toUtf8();
     _heartbeatPath = heartbeat.path().toUtf8();

@@ -34,9 +34,9 @@ bool QrCodeServer::start(const SimOptions &options)
         _autoConfirmSeconds = colon < 0 ? 5 : qMax(0, _scenario.mid(colon + 1).toInt());
     }
     const QString area = options.area;
-    const auto host = BusinessSim::areaText(options.config, "qrcode", "host", area);
-    _hashKey = BusinessSim::areaText(options.config, "qrcode", "hash_key", area).value_or(QString());
-    _decodeKey = BusinessSim::areaText(options.config, "qrcode", "decodekey", area).value_or(QString());
+    const auto host = options.setting("qrcode", "host", area);
+    _hashKey = options.setting("qrcode", "hash_key", area).value_or(QString());
+    _decodeKey = options.setting("qrcode", "decodekey", area).value_or(QString());
     _path = QUrl(host.value_or(QString())).path();
     while (_path.endsWith(QLatin1Char('/')))
         _path.chop(1);
@@ -65,7 +65,7 @@ bool QrCodeServer::start(const SimOptions &options)
                     return BusinessSim::jsonResponse({{"ok", true}});
                 });
 
-    const quint16 wanted = BusinessSim::wantedPort(options, host, 18083);
+    const quint16 wanted = options.listenPort(host, 18083);
     _port = _http.listen(QHostAddress::LocalHost, wanted);
     if (_port == 0) {
         QTextStream(stderr) << "qrcode: cannot listen on port " << wanted << '\n';

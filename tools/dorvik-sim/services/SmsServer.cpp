@@ -12,22 +12,6 @@ using ordered_json = nlohmann::ordered_json;
 
 namespace {
 
-std::optional<QString> areaText(const ordered_json &config, const char *section, const char *key, const QString &area)
-{
-    const auto s = config.find(section);
-    if (s == config.end() || !s->is_object())
-        return std::nullopt;
-    const auto v = s->find(key);
-    if (v == s->end() || !v->is_object())
-        return std::nullopt;
-    auto e = v->find(area.toStdString());
-    if (e == v->end())
-        e = v->find("default");
-    if (e == v->end() || e->is_null())
-        return std::nullopt;
-    return QString::fromStdString(e->is_string() ? e->get<std::string>() : e->dump());
-}
-
 QByteArray returnInfo(const std::vector<std::pair<QString, QString>> &attributes)
 {
     QByteArray out;
@@ -56,34 +40,8 @@ bool SmsServer::start(const SimOptions &options)
         _acceptedCode = _scenario.mid(5);
         _scenario = QStringLiteral("code");
     }
-    _shareKey = areaText(options.config, "sms", "shareKey", options.area).value_or(QString());
-    quint16 port = 0;
-    if (!options.ephemeralPorts) {
-        const QString host = areaText(options.config, "sms", "host", options.area).value_or(QString());
-        port = host.section(QLatin1Char(':'), -1).toUShort();
-    }
-    if (!_socket.bind(QHostAddress::LocalHost, port)) {
-        std::fprintf(stderr, "sms: cannot listen on 127.0.0.1:%u: %s\n", port, qUtf8Printable(_socket.errorString()));
-        return false;
-    }
-    connect(&_socket, &QUdpSocket::readyRead, this, &SmsServer::readPending);
-    return true;
-}
-
-void SmsServer::readPending()
-{
-    while (_socket.hasPendingDatagrams()) {
-        QByteArray datagram(static_cast<qsizetype>(qMax<qint64>(0, _socket.pendingDatagramSize())), '\0');
-        QHostAddress from;
-        quint16 fromPort = 0;
-        const qint64 n = _socket.readDatagram(datagram.data(), datagram.size(), &from, &fromPort);
-        if (n < 0)
-            continue;
-        datagram.truncate(n);
-        const QByteArray reply = answer(datagram);
-        if (!reply.isEmpty() && _socket.writeDatagram(reply, from, fromPort) == reply.size())
-            ++_replies;
-    }
+    _shareKey = options.setting("sms", "shareKey").value_or(QString());
+    return listen("sms", options.listenPort(options.setting("sms", "host"), 0));
 }
 
 QByteArray SmsServer::answer(const QByteArray &request)

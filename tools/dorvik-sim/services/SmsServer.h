@@ -1,8 +1,6 @@
 #pragma once
 
-#include "SimService.h"
-
-#include <QUdpSocket>
+#include "UdpSimService.h"
 
 #include <nlohmann/json.hpp>
 
@@ -14,22 +12,18 @@
 // "123456" is accepted; "code=<digits>" accepts another), "code-error" (a code is sent, and
 // every check is answered "ERROR007" without a message), "silence" (nothing is answered),
 // "garbage" (answers that are not XML).
-class SmsServer : public SimService
+class SmsServer : public UdpSimService
 {
     Q_OBJECT
 public:
-    using SimService::SimService;
+    using UdpSimService::UdpSimService;
 
     bool start(const SimOptions &options) override;
-    quint16 port() const override { return _socket.localPort(); }
     nlohmann::ordered_json stats() const override;
 
 private:
-    void readPending();
-    // The reply to one request; empty for none.
-    QByteArray answer(const QByteArray &request);
+    QByteArray answer(const QByteArray &request) override;
 
-    QUdpSocket _socket;
     QString _scenario;
     QString _acceptedCode = QStringLiteral("123456");
     QString _shareKey;
@@ -40,7 +34,6 @@ private:
     int _wrongCodes = 0;   // checks with another code
     int _badCheckCode = 0; // check code not made from the account and the shared key
     int _malformed = 0;    // not a well-formed request
-    int _replies = 0;
     nlohmann::ordered_json _last = nlohmann::ordered_json::object();
     QString _lastProblem;
 };

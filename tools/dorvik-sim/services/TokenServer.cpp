@@ -19,18 +19,18 @@ bool TokenServer::start(const SimOptions &options)
     _options = options;
     _scenario = options.scenario(QStringLiteral("token"));
     const QString area = options.area;
-    const auto host = BusinessSim::areaText(options.config, "token", "host", area);
-    _path = BusinessSim::areaText(options.config, "token", "path", area).value_or(QStringLiteral("/token"));
-    _key = BusinessSim::areaText(options.config, "token", "key", area).value_or(QString());
-    _authUser = BusinessSim::areaText(options.config, "token", "user", area).value_or(QString());
-    _authPwd = BusinessSim::areaText(options.config, "token", "pwd", area).value_or(QString());
+    const auto host = options.setting("token", "host", area);
+    _path = options.setting("token", "path", area).value_or(QStringLiteral("/token"));
+    _key = options.setting("token", "key", area).value_or(QString());
+    _authUser = options.setting("token", "user", area).value_or(QString());
+    _authPwd = options.setting("token", "pwd", area).value_or(QString());
 
     QString route = _path;
     if (!route.startsWith(QLatin1Char('/')))
         route.prepend(QLatin1Char('/'));
     _http.route(route, QHttpServerRequest::Method::Post, [this](const QHttpServerRequest &r) { return handle(r); });
 
-    const quint16 wanted = BusinessSim::wantedPort(options, host, 18082);
+    const quint16 wanted = options.listenPort(host, 18082);
     _port = _http.listen(QHostAddress::LocalHost, wanted);
     if (_port == 0) {
         QTextStream(stderr) << "token: cannot listen on port " << wanted << '\n';
