@@ -23,10 +23,14 @@ std::unique_ptr<DVApp> &sharedSlot()
 }
 } // namespace
 
-DVApp::DVApp(std::unique_ptr<PPPoE> pppoe) : DVApp(std::move(pppoe), Options{}) {}
+DVApp::DVApp(std::unique_ptr<PPPoE> pppoe)
+    : DVApp(std::move(pppoe), Options{})
+{}
 
 DVApp::DVApp(std::unique_ptr<PPPoE> pppoe, Options options)
-    : _pppoe(std::move(pppoe)), _queue(OperationQueue::create()), _options(std::move(options))
+    : _pppoe(std::move(pppoe))
+    , _queue(OperationQueue::create())
+    , _options(std::move(options))
 {
     if (!_options.clock)
         _options.clock = Clock::system();
@@ -110,8 +114,9 @@ std::vector<QVariantMap> DVApp::getInterfaceList()
     if (!_pppoe)
         return out;
     for (const auto &info : _pppoe->getInterfaceList()) {
-        out.push_back({{QStringLiteral("name"), info._displayName},
-                       {QStringLiteral("status"), info._isActive ? QStringLiteral("已连接") : QStringLiteral("未连接")}});
+        out.push_back(
+            {{QStringLiteral("name"), info._displayName},
+             {QStringLiteral("status"), info._isActive ? QStringLiteral("已连接") : QStringLiteral("未连接")}});
     }
     return out;
 }
@@ -212,8 +217,8 @@ void DVApp::startHeart()
                        .arg(mac.isEmpty() ? QStringLiteral("(null)") : mac, ip.value_or(QStringLiteral("(null)")));
         return;
     }
-    const BcomData negotiation = BcomData::MakeNegotiationWithName(name, QString::number(_time),
-                                                                   _pppoe->getMacAddress(), *ip);
+    const BcomData negotiation =
+        BcomData::MakeNegotiationWithName(name, QString::number(_time), _pppoe->getMacAddress(), *ip);
     auto data = BcomOperationData::init();
     if (!data)
         return;

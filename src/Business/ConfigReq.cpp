@@ -11,8 +11,6 @@ using nlohmann::ordered_json;
 
 namespace {
 
-
-
 QString dumpForLog(const ordered_json &value)
 {
     return QString::fromStdString(value.dump(-1, ' ', false, ordered_json::error_handler_t::replace));

@@ -15,12 +15,10 @@ using nlohmann::ordered_json;
 
 namespace {
 
-
 ordered_json textOrEmpty(const QString &value)
 {
     return ordered_json(value.toStdString());
 }
-
 
 } // namespace
 

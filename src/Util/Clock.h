@@ -26,7 +26,9 @@ public:
 class ManualClock : public Clock
 {
 public:
-    explicit ManualClock(QDateTime start = QDateTime::fromSecsSinceEpoch(0, Qt::UTC)) : _now(std::move(start)) {}
+    explicit ManualClock(QDateTime start = QDateTime::fromSecsSinceEpoch(0, Qt::UTC))
+        : _now(std::move(start))
+    {}
 
     QDateTime now() const override { return _now; }
     qint64 monotonicMs() const override { return _monotonicMs; }

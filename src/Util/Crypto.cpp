@@ -53,8 +53,7 @@ QByteArray digest(const EVP_MD *md, const QByteArray &data)
 QByteArray fastMd5(const QByteArray &data)
 {
     static EVP_MD *const md = EVP_MD_fetch(nullptr, "MD5", nullptr);
-    thread_local const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(),
-                                                                                    EVP_MD_CTX_free);
+    thread_local const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
     unsigned char buf[EVP_MAX_MD_SIZE];
     unsigned int len = 0;
     if (!md || !ctx || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1

@@ -17,13 +17,12 @@ struct DVError
 
     DVError() = default;
     DVError(QString d, qint64 c, QString description = {}, QString reason = {}, QVariantMap info = {})
-        : domain(std::move(d)),
-          code(c),
-          localizedDescription(std::move(description)),
-          localizedFailureReason(std::move(reason)),
-          userInfo(std::move(info))
-    {
-    }
+        : domain(std::move(d))
+        , code(c)
+        , localizedDescription(std::move(description))
+        , localizedFailureReason(std::move(reason))
+        , userInfo(std::move(info))
+    {}
 
     // Plain description, as a debugger would print the error.
     QString description() const;

@@ -33,7 +33,10 @@ class DVErrorEvent
 {
 public:
     DVErrorEvent() = default;
-    DVErrorEvent(qint64 errorId, QString msg) : errorId(errorId), msg(std::move(msg)) {}
+    DVErrorEvent(qint64 errorId, QString msg)
+        : errorId(errorId)
+        , msg(std::move(msg))
+    {}
     static DVErrorEvent initWithErrorId(qint64 errorId, const QString &msg) { return {errorId, msg}; }
 
     qint64 errorId = 0;
@@ -45,9 +48,9 @@ class DVDialStatusEvent : public DVEventObject
 public:
     DVDialStatusEvent() = default;
     explicit DVDialStatusEvent(qint64 state, std::optional<DVErrorEvent> err = std::nullopt)
-        : dialState(state), error(std::move(err))
-    {
-    }
+        : dialState(state)
+        , error(std::move(err))
+    {}
     static std::shared_ptr<DVDialStatusEvent> eventWithSates(qint64 state)
     {
         return std::make_shared<DVDialStatusEvent>(state);
@@ -66,9 +69,11 @@ class Observer
 {
 public:
     Observer(QObject *server, DVEventHandler method, quint64 enventID, std::shared_ptr<OperationQueue> operationQueue)
-        : server(server), method(std::move(method)), eventId(enventID), queue(std::move(operationQueue))
-    {
-    }
+        : server(server)
+        , method(std::move(method))
+        , eventId(enventID)
+        , queue(std::move(operationQueue))
+    {}
 
     // Guarded: a subscriber that has gone away is skipped.
     QPointer<QObject> server;

@@ -2,8 +2,8 @@
 // in one process: what starts when the link comes up, what stops when it goes down.
 
 #include "App/DVApp.h"
-#include "Conf/Conf.h"
 #include "Business/TokenReuest.h"
+#include "Conf/Conf.h"
 #include "Conf/UIConf.h"
 #include "Dial/simulated/SimulatedPlatform.h"
 #include "SimHost.h"

@@ -1,8 +1,8 @@
 #include "Bcom/BcomCrypt.h"
 #include "Bcom/BcomContent.h"
-#include "LogCapture.h"
 #include "Util/Crypto.h"
 #include "Util/DVUtils.h"
+#include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 

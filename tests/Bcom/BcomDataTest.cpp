@@ -2,8 +2,8 @@
 #include "Bcom/BcomContent.h"
 #include "Bcom/BcomOperationData.h"
 #include "Conf/Conf.h"
-#include "LogCapture.h"
 #include "Util/Crypto.h"
+#include "support/LogCapture.h"
 #include "support/TestSupport.h"
 
 #include <QFile>

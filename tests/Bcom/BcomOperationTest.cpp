@@ -1,6 +1,6 @@
 #include "Bcom/BcomOperation.h"
-#include "LogCapture.h"
 #include "services/HeartServer.h"
+#include "support/LogCapture.h"
 #include "support/TestSupport.h"
 
 #include <QTcpServer>

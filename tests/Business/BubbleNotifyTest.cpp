@@ -19,7 +19,7 @@
 
 #include <atomic>
 
-using BizTest::Logs;
+using Logs = LogCapture;
 
 namespace {
 

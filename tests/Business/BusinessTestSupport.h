@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/LogCapture.h"
+
 #include "SimHost.h"
 #include "support/TestSupport.h"
 
@@ -15,59 +17,6 @@
 #include <vector>
 
 namespace BizTest {
-
-// Every log line written while it exists, from any thread.
-class Logs
-{
-public:
-    Logs()
-    {
-        std::lock_guard<std::mutex> lock(mutex());
-        store().clear();
-        _previous = qInstallMessageHandler(&Logs::handle);
-    }
-    ~Logs() { qInstallMessageHandler(_previous); }
-    Logs(const Logs &) = delete;
-    Logs &operator=(const Logs &) = delete;
-
-    QStringList all() const
-    {
-        std::lock_guard<std::mutex> lock(mutex());
-        return store();
-    }
-    bool has(const QString &text) const
-    {
-        for (const auto &l : all())
-            if (l == text)
-                return true;
-        return false;
-    }
-    bool contains(const QString &part) const
-    {
-        for (const auto &l : all())
-            if (l.contains(part))
-                return true;
-        return false;
-    }
-
-private:
-    static void handle(QtMsgType, const QMessageLogContext &, const QString &m)
-    {
-        std::lock_guard<std::mutex> lock(mutex());
-        store() << m;
-    }
-    static std::mutex &mutex()
-    {
-        static std::mutex m;
-        return m;
-    }
-    static QStringList &store()
-    {
-        static QStringList s;
-        return s;
-    }
-    QtMessageHandler _previous = nullptr;
-};
 
 // The demo deployment's configuration as shipped (plain source).
 inline ordered_json demoConfig()

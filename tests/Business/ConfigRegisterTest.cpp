@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-using BizTest::Logs;
+using Logs = LogCapture;
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-using BizTest::Logs;
+using Logs = LogCapture;
 using DVNotification::NotificationInfoKeyQrCodeCheck;
 using DVNotification::NotificationInfoKeyQrCodeGet;
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/LogCapture.h"
+
 #include "SimHost.h"
 #include "Util/Crypto.h"
 #include "services/DynPwdServer.h"
@@ -8,50 +10,6 @@
 #include <QtGlobal>
 
 #include <mutex>
-
-// Collects every log line written while it exists (from any thread).
-class LogCapture
-{
-public:
-    LogCapture()
-    {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines().clear();
-        _previous = qInstallMessageHandler(&LogCapture::handle);
-    }
-    ~LogCapture() { qInstallMessageHandler(_previous); }
-
-    QStringList all() const
-    {
-        std::lock_guard<std::mutex> lock(mutex());
-        return lines();
-    }
-    int count(const QString &text) const
-    {
-        int n = 0;
-        for (const auto &line : all())
-            n += line.contains(text) ? 1 : 0;
-        return n;
-    }
-
-private:
-    static void handle(QtMsgType, const QMessageLogContext &, const QString &message)
-    {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines() << message;
-    }
-    static std::mutex &mutex()
-    {
-        static std::mutex m;
-        return m;
-    }
-    static QStringList &lines()
-    {
-        static QStringList l;
-        return l;
-    }
-    QtMessageHandler _previous = nullptr;
-};
 
 namespace SideChannelTest {
 

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-using BizTest::Logs;
+using Logs = LogCapture;
 
 namespace {
 

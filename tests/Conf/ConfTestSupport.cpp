@@ -59,7 +59,6 @@ std::vector<std::string> split(const std::string &path)
     return keys;
 }
 
-LogCapture *g_capture = nullptr;
 } // namespace
 
 ordered_json completeConfig()
@@ -113,32 +112,6 @@ void resetPreferences()
     QSettings s(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("dorvik"), QStringLiteral("dorvik"));
     s.clear();
     s.sync();
-}
-
-LogCapture::LogCapture()
-{
-    g_capture = this;
-    _previous = qInstallMessageHandler(&LogCapture::handler);
-}
-
-LogCapture::~LogCapture()
-{
-    qInstallMessageHandler(_previous);
-    g_capture = nullptr;
-}
-
-QStringList LogCapture::lines() const
-{
-    std::lock_guard<std::mutex> lock(_mutex);
-    return _lines;
-}
-
-void LogCapture::handler(QtMsgType, const QMessageLogContext &, const QString &message)
-{
-    if (!g_capture)
-        return;
-    std::lock_guard<std::mutex> lock(g_capture->_mutex);
-    g_capture->_lines << message;
 }
 
 } // namespace ConfTest

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/LogCapture.h"
+
 #include "Conf/Conf.h"
 
 #include <QStringList>
@@ -28,21 +30,6 @@ ordered_json shippedSource();
 // Forgets every preference of this test process.
 void resetPreferences();
 
-// Collects every message logged while it exists.
-class LogCapture
-{
-public:
-    LogCapture();
-    ~LogCapture();
-    LogCapture(const LogCapture &) = delete;
-    LogCapture &operator=(const LogCapture &) = delete;
-    QStringList lines() const;
-
-private:
-    static void handler(QtMsgType, const QMessageLogContext &, const QString &message);
-    QtMessageHandler _previous;
-    mutable std::mutex _mutex;
-    QStringList _lines;
-};
+using LogCapture = ::LogCapture;
 
 } // namespace ConfTest

@@ -19,7 +19,7 @@
 
 namespace {
 
-using DialTest::LogCapture;
+using ::LogCapture;
 using DialTest::StateLog;
 using States = std::vector<qint64>;
 

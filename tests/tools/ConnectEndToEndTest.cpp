@@ -128,7 +128,8 @@ TEST_F(ConnectEndToEnd, DialHeartbeatWithEveryProofThenCleanHangUp)
 {
     startSim();
     startClient("demo123");
-    ASSERT_TRUE(cli.waitForLine([](const json &l) { return isState(l, 2); }, 20000)) << cli.standardError().toStdString();
+    ASSERT_TRUE(cli.waitForLine([](const json &l) { return isState(l, 2); }, 20000))
+        << cli.standardError().toStdString();
     // Enough notifications for the server to have rotated through every transformation and salt.
     const auto notify = [](const json &l) { return isEvent(l, "heartbeat") && l.value("sent", "") == "NOTIFY"; };
     ASSERT_TRUE(cli.waitForLine([&](const json &) { return cli.count(notify) >= 6; }, 60000))
@@ -152,8 +153,8 @@ TEST_F(ConnectEndToEnd, DialHeartbeatWithEveryProofThenCleanHangUp)
     EXPECT_EQ(heart.at("signatures").at("verified").get<size_t>(), exchanges);
 
     // The first exchange is the NEGOTIATE, answered with an OFFER.
-    const auto first = std::find_if(cli.lines().begin(), cli.lines().end(),
-                                    [](const json &l) { return isEvent(l, "heartbeat"); });
+    const auto first =
+        std::find_if(cli.lines().begin(), cli.lines().end(), [](const json &l) { return isEvent(l, "heartbeat"); });
     ASSERT_NE(first, cli.lines().end());
     EXPECT_EQ(first->value("sent", ""), "NEGOTIATE");
     EXPECT_EQ(first->value("reply", ""), "OFFER");

@@ -12,7 +12,9 @@
 class ToolProcess
 {
 public:
-    explicit ToolProcess(QString program) : _program(std::move(program)) {}
+    explicit ToolProcess(QString program)
+        : _program(std::move(program))
+    {}
     ~ToolProcess();
 
     bool start(const QStringList &args, const QByteArray &stdinData = {});

@@ -14,7 +14,8 @@ void onSignal(int sig)
 }
 } // namespace
 
-UnixSignals::UnixSignals(std::initializer_list<int> sigs, QObject *parent) : QObject(parent)
+UnixSignals::UnixSignals(std::initializer_list<int> sigs, QObject *parent)
+    : QObject(parent)
 {
     if (g_fds[0] < 0 && ::socketpair(AF_UNIX, SOCK_STREAM, 0, g_fds) != 0)
         return;

@@ -58,7 +58,8 @@ std::optional<nlohmann::ordered_json> SimHost::loadConfig(const QString &path, Q
         return parsed;
     const auto plain = ConfCrypt::decodeData(raw);
     if (!plain) {
-        *error = QStringLiteral("%1 is neither JSON nor a configuration file encrypted with this build's key").arg(path);
+        *error =
+            QStringLiteral("%1 is neither JSON nor a configuration file encrypted with this build's key").arg(path);
         return std::nullopt;
     }
     parsed = nlohmann::ordered_json::parse(plain->constData(), plain->constData() + plain->size(), nullptr, false);

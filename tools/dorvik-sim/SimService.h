@@ -8,8 +8,8 @@
 
 #include <functional>
 #include <map>
-#include <optional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 // What every simulated server is told at start.
@@ -84,5 +84,5 @@ public:
 #define DORVIK_SIM_CONCAT2(a, b) a##b
 #define DORVIK_SIM_CONCAT(a, b) DORVIK_SIM_CONCAT2(a, b)
 #define DORVIK_SIM_SERVICE(name, type)                                                                                 \
-    static const bool DORVIK_SIM_CONCAT(dorvikSimRegistered_, __LINE__)                                                \
-        = SimRegistry::add(SimServiceEntry{QStringLiteral(name), [] { return std::make_unique<type>(); }})
+    static const bool DORVIK_SIM_CONCAT(dorvikSimRegistered_, __LINE__) =                                              \
+        SimRegistry::add(SimServiceEntry{QStringLiteral(name), [] { return std::make_unique<type>(); }})

@@ -30,19 +30,20 @@ int main(int argc, char **argv)
     parser.addOption({QStringLiteral("config"),
                       QStringLiteral("Configuration (plaintext JSON or encrypted .cfg); default: the shipped file"),
                       QStringLiteral("file")});
-    parser.addOption({QStringLiteral("area"), QStringLiteral("Area whose values the servers use"), QStringLiteral("code"),
-                      QStringLiteral("default")});
-    parser.addOption({QStringLiteral("account"),
-                      QStringLiteral("A subscriber the provider knows, user:password (repeatable; default demo:demo123)"),
-                      QStringLiteral("user:password")});
+    parser.addOption({QStringLiteral("area"), QStringLiteral("Area whose values the servers use"),
+                      QStringLiteral("code"), QStringLiteral("default")});
+    parser.addOption(
+        {QStringLiteral("account"),
+         QStringLiteral("A subscriber the provider knows, user:password (repeatable; default demo:demo123)"),
+         QStringLiteral("user:password")});
     parser.addOption({QStringLiteral("scenario"),
                       QStringLiteral("Fault scenario of one service, service=name (repeatable)"),
                       QStringLiteral("service=name")});
     parser.addOption({QStringLiteral("port"),
                       QStringLiteral("Port of a service without a configured address, service=port (repeatable)"),
                       QStringLiteral("service=port")});
-    parser.addOption(
-        {QStringLiteral("only"), QStringLiteral("Start only these services (comma-separated)"), QStringLiteral("list")});
+    parser.addOption({QStringLiteral("only"), QStringLiteral("Start only these services (comma-separated)"),
+                      QStringLiteral("list")});
     parser.addOption({QStringLiteral("list"), QStringLiteral("List the services and exit")});
     parser.process(app);
 
@@ -53,8 +54,8 @@ int main(int argc, char **argv)
     }
 
     SimOptions options;
-    const QString configPath
-        = parser.isSet(QStringLiteral("config")) ? parser.value(QStringLiteral("config")) : Conf::systemConfigPath();
+    const QString configPath =
+        parser.isSet(QStringLiteral("config")) ? parser.value(QStringLiteral("config")) : Conf::systemConfigPath();
     QString error;
     const auto config = SimHost::loadConfig(configPath, &error);
     if (!config) {

@@ -13,7 +13,8 @@ int runConnect(const QStringList &args)
 {
     QCommandLineParser parser;
     parser.addOption({QStringLiteral("user"), QStringLiteral("account name"), QStringLiteral("name")});
-    parser.addOption({QStringLiteral("password-stdin"), QStringLiteral("read the password from the first line of stdin")});
+    parser.addOption(
+        {QStringLiteral("password-stdin"), QStringLiteral("read the password from the first line of stdin")});
     ConnectSession::addOptions(parser);
     if (!parser.parse(QStringList{QStringLiteral("connect")} + args)) {
         Cli::err(QStringLiteral("dorvik-cli connect: ") + parser.errorText());

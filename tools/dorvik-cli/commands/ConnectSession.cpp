@@ -22,9 +22,9 @@
 
 #include <atomic>
 #include <csignal>
-#include <thread>
 #include <iostream>
 #include <string>
+#include <thread>
 
 namespace {
 using json = nlohmann::ordered_json;
@@ -53,11 +53,14 @@ QString readLine()
 }
 } // namespace
 
-ConnectSession::ConnectSession(Settings settings) : _settings(std::move(settings)) {}
+ConnectSession::ConnectSession(Settings settings)
+    : _settings(std::move(settings))
+{}
 
 void ConnectSession::addOptions(QCommandLineParser &parser)
 {
-    parser.addOption({QStringLiteral("interface"), QStringLiteral("kernel name of the interface"), QStringLiteral("name")});
+    parser.addOption(
+        {QStringLiteral("interface"), QStringLiteral("kernel name of the interface"), QStringLiteral("name")});
     parser.addOption({QStringLiteral("area"), QStringLiteral("area code"), QStringLiteral("code")});
     parser.addOption({QStringLiteral("config"), QStringLiteral("configuration file to try"), QStringLiteral("file")});
     parser.addOption({QStringLiteral("backend"), QStringLiteral("networkmanager | simulated"), QStringLiteral("name")});
@@ -104,7 +107,8 @@ bool ConnectSession::loadConfiguration()
         Conf::setShared(std::move(conf));
     }
     if (!Conf::shared()) {
-        Cli::err(QStringLiteral("dorvik-cli connect: the configuration %1 could not be read").arg(Conf::systemConfigPath()));
+        Cli::err(
+            QStringLiteral("dorvik-cli connect: the configuration %1 could not be read").arg(Conf::systemConfigPath()));
         return false;
     }
     if (_settings.area.isEmpty())
@@ -160,9 +164,8 @@ int ConnectSession::run()
             QNetworkRequest request(_settings.accessConcentrator);
             request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
             request.setTransferTimeout(5000);
-            const json body = {{"dialName", dialName.toStdString()},
-                               {"password", pw.toStdString()},
-                               {"mac", _dialMac.toStdString()}};
+            const json body = {
+                {"dialName", dialName.toStdString()}, {"password", pw.toStdString()}, {"mac", _dialMac.toStdString()}};
             QNetworkReply *reply = _network->post(request, QByteArray::fromStdString(body.dump()));
             connect(reply, &QNetworkReply::finished, this, [reply, done] {
                 reply->deleteLater();
@@ -216,8 +219,8 @@ int ConnectSession::run()
     _smsToken = DVNotificationCenter::defaultCenter().addObserverForName(
         DVNotification::DVNotificationNameSMSVerifyToUI, OperationQueue::mainQueue(),
         [this](const DVNotificationMessage &message) {
-            const auto *info
-                = message.payload<SMSVerifyToUINotificationInfo>(DVNotification::NotificationInfoKeySMSVerifyToUI);
+            const auto *info =
+                message.payload<SMSVerifyToUINotificationInfo>(DVNotification::NotificationInfoKeySMSVerifyToUI);
             if (!info)
                 return;
             json line = {{"event", "sms"}, {"timeoutSeconds", info->timeoutSeconds}};

@@ -123,5 +123,6 @@ int runQr(const QStringList &args)
 
 } // namespace
 
-DORVIK_CLI_COMMAND(QStringLiteral("qr"), QStringLiteral("qr [--no-dial] [--light] [connect's options]   log in by QR code, then connect"),
+DORVIK_CLI_COMMAND(QStringLiteral("qr"),
+                   QStringLiteral("qr [--no-dial] [--light] [connect's options]   log in by QR code, then connect"),
                    runQr);

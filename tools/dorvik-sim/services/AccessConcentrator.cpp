@@ -25,35 +25,34 @@ bool AccessConcentrator::start(const SimOptions &options)
 {
     _options = options;
     _server = std::make_unique<QHttpServer>();
-    _server->route(QStringLiteral("/pppoe/auth"), QHttpServerRequest::Method::Post,
-                   [this](const QHttpServerRequest &request) {
-                       const QByteArray raw = request.body();
-                       const json body = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
-                       if (body.is_discarded() || !body.is_object() || !body.contains("dialName")
-                           || !body["dialName"].is_string() || !body.contains("password")
-                           || !body["password"].is_string()) {
-                           ++_malformed;
-                           return QHttpServerResponse(QByteArrayLiteral("application/json"),
-                                                      reply({{"accepted", false}, {"reason", "malformed request"}}),
-                                                      QHttpServerResponse::StatusCode::BadRequest);
-                       }
-                       const QString mac = body.contains("mac") && body["mac"].is_string()
-                                               ? QString::fromStdString(body["mac"].get<std::string>())
-                                               : QString();
-                       QString reason;
-                       const auto area = authenticate(QString::fromStdString(body["dialName"].get<std::string>()),
-                                                      QString::fromStdString(body["password"].get<std::string>()), mac,
-                                                      QDateTime::currentSecsSinceEpoch(), &reason);
-                       if (!area) {
-                           ++_refused;
-                           return QHttpServerResponse(QByteArrayLiteral("application/json"),
-                                                      reply({{"accepted", false}, {"reason", reason.toStdString()}}),
-                                                      QHttpServerResponse::StatusCode::Forbidden);
-                       }
-                       ++_accepted;
-                       return QHttpServerResponse(QByteArrayLiteral("application/json"),
-                                                  reply({{"accepted", true}, {"area", area->toStdString()}}));
-                   });
+    _server->route(
+        QStringLiteral("/pppoe/auth"), QHttpServerRequest::Method::Post, [this](const QHttpServerRequest &request) {
+            const QByteArray raw = request.body();
+            const json body = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
+            if (body.is_discarded() || !body.is_object() || !body.contains("dialName") || !body["dialName"].is_string()
+                || !body.contains("password") || !body["password"].is_string()) {
+                ++_malformed;
+                return QHttpServerResponse(QByteArrayLiteral("application/json"),
+                                           reply({{"accepted", false}, {"reason", "malformed request"}}),
+                                           QHttpServerResponse::StatusCode::BadRequest);
+            }
+            const QString mac = body.contains("mac") && body["mac"].is_string()
+                                    ? QString::fromStdString(body["mac"].get<std::string>())
+                                    : QString();
+            QString reason;
+            const auto area = authenticate(QString::fromStdString(body["dialName"].get<std::string>()),
+                                           QString::fromStdString(body["password"].get<std::string>()), mac,
+                                           QDateTime::currentSecsSinceEpoch(), &reason);
+            if (!area) {
+                ++_refused;
+                return QHttpServerResponse(QByteArrayLiteral("application/json"),
+                                           reply({{"accepted", false}, {"reason", reason.toStdString()}}),
+                                           QHttpServerResponse::StatusCode::Forbidden);
+            }
+            ++_accepted;
+            return QHttpServerResponse(QByteArrayLiteral("application/json"),
+                                       reply({{"accepted", true}, {"area", area->toStdString()}}));
+        });
     const quint16 wanted = _options.portOf(QStringLiteral("ac"), 18087);
     _port = _server->listen(QHostAddress::LocalHost, wanted);
     if (_port == 0) {
@@ -102,7 +101,8 @@ std::optional<QString> AccessConcentrator::authenticate(const QString &dialName,
             for (qint64 t = now - WindowSecs; t <= now + WindowSecs; ++t) {
                 qint64 flag = t;
                 try {
-                    DVAccountRule rule(names, prefix, suffix, psk, &flag, mac.isEmpty() ? std::nullopt : std::optional(mac));
+                    DVAccountRule rule(names, prefix, suffix, psk, &flag,
+                                       mac.isEmpty() ? std::nullopt : std::optional(mac));
                     if (rule.getAccountFromName(account) == dialName)
                         return QString::fromStdString(area);
                 } catch (const DVRuleException &) {

@@ -42,8 +42,8 @@ private:
     int _requests = 0;
     int _badHeader = 0; // first four bytes not zero, or a length that is not 4 + n*16
     int _undecryptable = 0;
-    int _badText = 0;  // decrypted, but not "TEL=...&SEQ=<UUID>"
-    int _accepted = 0; // everything checked out
+    int _badText = 0;    // decrypted, but not "TEL=...&SEQ=<UUID>"
+    int _accepted = 0;   // everything checked out
     QSet<QString> _seqs; // to see that every request carries a fresh sequence
     QString _lastTel, _lastSeq, _lastProblem;
 };

@@ -6,7 +6,8 @@
 
 #include <mutex>
 
-// Collects every log line written while it lives (from any thread).
+// Collects every log line written while it lives, from any thread, and still lets each line
+// through to the handler that was there before (so a failing test shows its log).
 class LogCapture
 {
 public:
@@ -22,20 +23,26 @@ public:
         qInstallMessageHandler(_previous);
         current() = nullptr;
     }
+    LogCapture(const LogCapture &) = delete;
+    LogCapture &operator=(const LogCapture &) = delete;
 
     QStringList lines() const
     {
         std::lock_guard<std::mutex> lock(mutex());
         return _lines;
     }
+    QStringList all() const { return lines(); }
+    // Lines equal to `line`.
     int count(const QString &line) const { return static_cast<int>(lines().count(line)); }
     bool has(const QString &line) const { return count(line) > 0; }
+    // Lines that contain `part`.
+    int countContaining(const QString &part) const { return static_cast<int>(lines().filter(part).size()); }
+    bool contains(const QString &part) const { return countContaining(part) > 0; }
     bool hasPrefix(const QString &prefix) const
     {
-        for (const QString &l : lines()) {
+        for (const QString &l : lines())
             if (l.startsWith(prefix))
                 return true;
-        }
         return false;
     }
     void clear()
@@ -55,11 +62,18 @@ private:
         static LogCapture *c = nullptr;
         return c;
     }
-    static void handler(QtMsgType, const QMessageLogContext &, const QString &message)
+    static void handler(QtMsgType type, const QMessageLogContext &context, const QString &message)
     {
-        std::lock_guard<std::mutex> lock(mutex());
-        if (current())
-            current()->_lines.append(message);
+        QtMessageHandler previous = nullptr;
+        {
+            std::lock_guard<std::mutex> lock(mutex());
+            if (current()) {
+                current()->_lines.append(message);
+                previous = current()->_previous;
+            }
+        }
+        if (previous)
+            previous(type, context, message);
     }
 
     QtMessageHandler _previous = nullptr;
