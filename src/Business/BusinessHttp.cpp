@@ -10,17 +10,17 @@
 
 namespace BusinessHttp {
 
-QNetworkReply *start(QNetworkAccessManager &manager, const HttpRequestSpec &spec)
+QNetworkReply *start(QNetworkAccessManager &manager, const HttpRequestSpec &outgoing)
 {
-    QNetworkRequest request(spec.url);
+    QNetworkRequest request(outgoing.url);
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
-    request.setTransferTimeout(spec.timeoutMs);
-    for (const auto &[name, value] : spec.headers)
+    request.setTransferTimeout(outgoing.timeoutMs);
+    for (const auto &[name, value] : outgoing.headers)
         request.setRawHeader(name, value);
-    if (spec.body)
-        return manager.sendCustomRequest(request, spec.method, *spec.body);
-    return manager.sendCustomRequest(request, spec.method);
+    if (outgoing.body)
+        return manager.sendCustomRequest(request, outgoing.method, *outgoing.body);
+    return manager.sendCustomRequest(request, outgoing.method);
 }
 
 HttpReply collect(QNetworkReply *reply)
@@ -47,10 +47,10 @@ DVError transportErrorOf(const HttpReply &reply)
     return DVError(QStringLiteral("NSURLErrorDomain"), code, reply.transportError.value_or(QString()));
 }
 
-HttpReply sendBlocking(const HttpRequestSpec &spec)
+HttpReply sendBlocking(const HttpRequestSpec &outgoing)
 {
     QNetworkAccessManager manager;
-    QNetworkReply *reply = start(manager, spec);
+    QNetworkReply *reply = start(manager, outgoing);
     QEventLoop loop;
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
     if (!reply->isFinished())
@@ -67,12 +67,12 @@ std::optional<HttpReply> postJson(const QString &host, const std::optional<QByte
         DVLOG() << "url init failed";
         return std::nullopt;
     }
-    HttpRequestSpec spec;
-    spec.url = url;
-    spec.body = body;
-    spec.headers = {{QByteArrayLiteral("Content-Type"), QByteArrayLiteral("application/json")}};
-    spec.timeoutMs = 4000;
-    return sendBlocking(spec);
+    HttpRequestSpec outgoing;
+    outgoing.url = url;
+    outgoing.body = body;
+    outgoing.headers = {{QByteArrayLiteral("Content-Type"), QByteArrayLiteral("application/json")}};
+    outgoing.timeoutMs = 4000;
+    return sendBlocking(outgoing);
 }
 
 } // namespace BusinessHttp

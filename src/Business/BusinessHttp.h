@@ -39,7 +39,7 @@ namespace BusinessHttp {
 
 // Starts the request on `manager` (which must live in the calling thread). Cached data is
 // never used.
-QNetworkReply *start(QNetworkAccessManager &manager, const HttpRequestSpec &spec);
+QNetworkReply *start(QNetworkAccessManager &manager, const HttpRequestSpec &outgoing);
 
 // Reads the outcome of a finished reply.
 HttpReply collect(QNetworkReply *reply);
@@ -50,7 +50,7 @@ DVError transportErrorOf(const HttpReply &reply);
 
 // Sends the request from the calling thread and waits for the answer in a local event
 // loop. Works on any thread, including the work queue's plain worker threads.
-HttpReply sendBlocking(const HttpRequestSpec &spec);
+HttpReply sendBlocking(const HttpRequestSpec &outgoing);
 
 // POSTs a JSON body to the business server's base address (the configuration request and the
 // registration report, both with a 4 s time-out) and waits for the answer. nullopt, logged as

@@ -121,13 +121,13 @@ void TokenReuest::doRquestWithBody(const QByteArray &body, const Headers &header
         DVLOG() << "url init failed";
         return;
     }
-    HttpRequestSpec spec;
-    spec.url = url;
-    spec.body = body;
-    spec.timeoutMs = kTimeoutMs;
+    HttpRequestSpec outgoing;
+    outgoing.url = url;
+    outgoing.body = body;
+    outgoing.timeoutMs = kTimeoutMs;
     for (const auto &[k, v] : header)
-        spec.headers.emplace_back(k.toUtf8(), v.toUtf8());
-    const HttpReply reply = BusinessHttp::sendBlocking(spec);
+        outgoing.headers.emplace_back(k.toUtf8(), v.toUtf8());
+    const HttpReply reply = BusinessHttp::sendBlocking(outgoing);
     if (reply.transportError) {
         DVLOG() << *reply.transportError;
         return;

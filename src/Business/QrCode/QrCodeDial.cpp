@@ -174,12 +174,12 @@ void QrCodeDial::doRequest()
         postGet(QrCodeError::createErrorWithID(QrCodeError::Ok), QString());
         return;
     }
-    HttpRequestSpec spec;
-    spec.url = *_url;
-    spec.body = makeRequestParam(_clock->secsSinceEpoch());
-    spec.timeoutMs = kRequestTimeoutMs;
-    runOnNetworkThread([this, spec] {
-        QNetworkReply *reply = BusinessHttp::start(*_urlSession, spec);
+    HttpRequestSpec outgoing;
+    outgoing.url = *_url;
+    outgoing.body = makeRequestParam(_clock->secsSinceEpoch());
+    outgoing.timeoutMs = kRequestTimeoutMs;
+    runOnNetworkThread([this, outgoing] {
+        QNetworkReply *reply = BusinessHttp::start(*_urlSession, outgoing);
         QObject::connect(reply, &QNetworkReply::finished, _context, [this, reply] {
             handleGetReply(reply);
             reply->deleteLater();
@@ -234,12 +234,12 @@ bool QrCodeDial::doCheck()
     const auto params = makeCheckParam();
     if (!params || !_url)
         return false;
-    HttpRequestSpec spec;
-    spec.method = QByteArrayLiteral("GET");
-    spec.url = QUrl(QStringLiteral("%1/%2?%3").arg(_url->toString(QUrl::FullyEncoded), *sid, *params));
-    spec.timeoutMs = 0; // waits as long as the service keeps the request open
-    runOnNetworkThread([this, spec] {
-        QNetworkReply *reply = BusinessHttp::start(*_urlSession, spec);
+    HttpRequestSpec outgoing;
+    outgoing.method = QByteArrayLiteral("GET");
+    outgoing.url = QUrl(QStringLiteral("%1/%2?%3").arg(_url->toString(QUrl::FullyEncoded), *sid, *params));
+    outgoing.timeoutMs = 0; // waits as long as the service keeps the request open
+    runOnNetworkThread([this, outgoing] {
+        QNetworkReply *reply = BusinessHttp::start(*_urlSession, outgoing);
         _currentTask = reply;
         QObject::connect(reply, &QNetworkReply::finished, _context, [this, reply] {
             if (_currentTask == reply)
