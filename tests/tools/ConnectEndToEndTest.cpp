@@ -95,7 +95,7 @@ protected:
             << sim.standardError().toStdString();
     }
 
-    void startClient(const QByteArray &password)
+    void startClient(const QByteArray &input)
     {
         ASSERT_TRUE(cli.start({QStringLiteral("connect"), QStringLiteral("--user"), QStringLiteral("demo"),
                                QStringLiteral("--password-stdin"), QStringLiteral("--backend"),
@@ -103,8 +103,10 @@ protected:
                                dir.filePath(QStringLiteral("system.cfg")), QStringLiteral("--ac"),
                                QStringLiteral("http://127.0.0.1:%1/pppoe/auth").arg(acPort),
                                QStringLiteral("--heartbeat-scale"), QStringLiteral("20")},
-                              password + "\n"));
+                              input + "\n"));
     }
+
+    void smsCase(const QString &scenario, const QByteArray &typedCode, bool verified);
 
     json simStats()
     {
@@ -182,6 +184,39 @@ TEST_F(ConnectEndToEnd, TerminalRejectStopsTheHeartbeatButNotTheLink)
     EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 0u); // still online
     EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0);
     EXPECT_EQ(simStats().at("heart").at("requests"), 1);
+}
+
+// The verification server sends a code; the user types one on the terminal.
+void ConnectEndToEnd::smsCase(const QString &scenario, const QByteArray &typedCode, bool verified)
+{
+    startSim({QStringLiteral("--scenario"), scenario});
+    startClient("demo123\n" + typedCode);
+    const auto asked = [](const json &l) {
+        return isEvent(l, "sms") && l.contains("error") && l["error"].value("code", -1) == 0;
+    };
+    ASSERT_TRUE(cli.waitForLine(asked, 20000)) << cli.standardError().toStdString();
+    const auto outcome = [&](const json &l) { return isEvent(l, "sms") && !asked(l); };
+    ASSERT_TRUE(cli.waitForLine(outcome, 20000)) << cli.standardError().toStdString();
+    if (verified) {
+        EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 0u); // still online
+        EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0);
+    } else {
+        EXPECT_EQ(cli.waitForExit(20000), 1); // the client hangs up by itself
+        EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 1u);
+    }
+    const json sms = simStats().at("sms");
+    EXPECT_EQ(sms.at("checks"), 1);
+    EXPECT_EQ(sms.at("verified"), verified ? 1 : 0);
+}
+
+TEST_F(ConnectEndToEnd, SmsCodeAccepted)
+{
+    smsCase(QStringLiteral("sms=code"), "123456", true);
+}
+
+TEST_F(ConnectEndToEnd, SmsCodeRefusedHangsUp)
+{
+    smsCase(QStringLiteral("sms=code-error"), "654321", false);
 }
 
 } // namespace

@@ -231,8 +231,10 @@ int ConnectSession::run()
             // the client hangs up, as the online view does.
             if (info->err && info->err->code == 0)
                 askForSmsCode(info->timeoutSeconds);
-            else if (info->err)
+            else if (info->err) {
+                _failed = true;
                 hangUp();
+            }
         });
 
     const auto index = chooseInterface();
@@ -270,8 +272,8 @@ void ConnectSession::onState(qint64 state)
     }
     emitLine(line);
     if (state == DVDialStateDisconnected) {
-        // Hung up by us: a clean end. Dropped or refused: a failure.
-        _exitCode = _hangingUp ? 0 : 1;
+        // Hung up on request: a clean end. Dropped, refused or failed verification: a failure.
+        _exitCode = _hangingUp && !_failed ? 0 : 1;
         QCoreApplication::quit();
     }
 }

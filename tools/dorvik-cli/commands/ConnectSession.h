@@ -54,6 +54,7 @@ private:
     QString _dialMac;
     bool _everConnected = false;
     bool _hangingUp = false;
+    bool _failed = false; // the session ends because a check failed
     int _exitCode = 0;
     quint64 _smsToken = 0;
 };
