@@ -60,6 +60,22 @@ enum NetworkConnectionStatus : int {
     NetworkConnectionDisconnecting = 3,
 };
 
+// Codes a back-end reports through scError(), numbered as the system configuration framework
+// numbers its own, so that every back-end speaks the same codes.
+namespace PlatformStatus {
+enum : int {
+    Ok = 0,
+    Failed = 1001,
+    InvalidArgument = 1002,
+    AccessDenied = 1003,
+    NoKey = 1004,
+    Locked = 1005,
+    NeedLock = 1006,
+    NotActive = 1007, // no connection, or the link is not up
+    NotRunning = 1008,
+};
+} // namespace PlatformStatus
+
 // Flags of authorizationCreate (interaction allowed | extend rights | pre-authorize).
 enum : quint32 { AuthorizationFlagsDialDefault = 19 };
 

@@ -14,18 +14,8 @@
 
 namespace NMObjects {
 
-// Error codes, with the text of the last failure kept beside them.
-enum Code : int {
-    Ok = 0,
-    Failed = 1001,
-    InvalidArgument = 1002,
-    AccessDenied = 1003,
-    NoKey = 1004,
-    Locked = 1005,
-    NeedLock = 1006,
-    NotActive = 1007,
-    NotRunning = 1008,
-};
+// Error codes are the platform's; the text of the last failure is kept beside them.
+using namespace PlatformStatus;
 
 struct Authorization : PlatformObject
 {
@@ -93,6 +83,12 @@ NMSettingsMap profileSettings(const QString &id, const QString &uuid, const QStr
 QString pppInterfaceName(const QString &name);
 // Platform status for an active connection state.
 int statusForActiveState(uint state);
+
+// The handle as the object type it should be; null for any other.
+template<typename T> std::shared_ptr<T> as(const std::shared_ptr<PlatformObject> &ref)
+{
+    return std::dynamic_pointer_cast<T>(ref);
+}
 
 } // namespace NMObjects
 

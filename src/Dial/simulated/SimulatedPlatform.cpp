@@ -1,4 +1,5 @@
 #include "SimulatedPlatform.h"
+#include "SimulatedPlatformPrivate.h"
 
 #include "Util/Log.h"
 
@@ -11,75 +12,6 @@
 #include <mutex>
 
 namespace {
-
-// Error codes of the simulated configuration store, with the texts the platform would give.
-enum SimError : int {
-    SimOk = 0,
-    SimFailed = 1001,
-    SimInvalidArgument = 1002,
-    SimLocked = 1005,
-    SimNeedLock = 1006,
-    SimNoKey = 1004,
-    SimNotConnected = 1007,
-};
-
-struct SimInterface : PlatformObject
-{
-    QString type;
-    QString bsdName;
-    QString displayName;
-    QString macAddress;
-    std::shared_ptr<SimInterface> child; // the interface under a PPP layer
-    std::optional<QVariantMap> config;
-};
-
-struct SimConnection;
-
-// The state of the PPP link of one service; every connection object made for the service
-// sees it and is told of its changes.
-struct SimLink
-{
-    int status = NetworkConnectionDisconnected;
-    qint64 connectTime = 0;
-    quint64 attempt = 0;
-    std::unique_ptr<QObject> timerHost; // lives on the thread that started the link
-    std::vector<std::weak_ptr<SimConnection>> watchers;
-};
-
-struct SimService : PlatformObject
-{
-    QString id;
-    QString name;
-    bool enabled = true;
-    bool inSet = false;
-    bool pendingRemoval = false; // removed in the session, gone from the store at the next commit
-    std::shared_ptr<SimInterface> iface;
-    std::shared_ptr<SimLink> link = std::make_shared<SimLink>();
-};
-
-struct SimPrefs : PlatformObject
-{
-    PPPoEPlatform::PreferencesCallback callback;
-    bool scheduled = false;
-    bool locked = false;
-};
-
-struct SimSet : PlatformObject
-{
-};
-
-struct SimStore : PlatformObject
-{
-};
-
-struct SimConnection : PlatformObject
-{
-    QString serviceID;
-    std::shared_ptr<SimLink> link;
-    PPPoEPlatform::ConnectionCallback callback;
-    std::unique_ptr<QObject> deliverHost; // lives on the thread that scheduled the connection
-};
-
 std::mutex g_defaultMutex;
 SimulatedConfig &defaultStore()
 {
@@ -88,74 +20,6 @@ SimulatedConfig &defaultStore()
 }
 
 } // namespace
-
-struct SimulatedPlatform::State
-{
-    SimulatedConfig config;
-    std::vector<std::shared_ptr<SimService>> deviceServices;
-    std::vector<std::shared_ptr<SimService>> services;
-    std::vector<std::shared_ptr<SimService>> retired; // removed by a commit
-    std::map<QString, bool> linkActive;
-    int lastError = SimOk;
-    int nextId = 1;
-
-    bool fail(int code)
-    {
-        lastError = code;
-        return false;
-    }
-
-    std::shared_ptr<SimService> serviceWithID(const QString &id) const
-    {
-        for (const auto &s : services) {
-            if (s->id == id)
-                return s;
-        }
-        return nullptr;
-    }
-
-    // Reports a status change to every connection of the link: delivered later, on the
-    // thread that scheduled each one, if it is still scheduled then.
-    void setStatus(const std::shared_ptr<SimLink> &link, int status)
-    {
-        link->status = status;
-        if (status == NetworkConnectionConnected)
-            link->connectTime = config.clock->monotonicMs() / 1000;
-        for (const auto &weak : link->watchers) {
-            const auto conn = weak.lock();
-            if (!conn || !conn->deliverHost || !conn->callback)
-                continue;
-            QMetaObject::invokeMethod(
-                conn->deliverHost.get(),
-                [weak, status] {
-                    const auto c = weak.lock();
-                    if (c && c->deliverHost && c->callback)
-                        c->callback(c, status);
-                },
-                Qt::QueuedConnection);
-        }
-    }
-
-    // Runs `step` after the step delay unless the link was restarted or stopped meanwhile.
-    void later(const std::shared_ptr<SimLink> &link, quint64 attempt,
-               std::function<void(const std::shared_ptr<SimLink> &)> step)
-    {
-        std::weak_ptr<SimLink> weak = link;
-        QTimer::singleShot(config.stepDelayMs, link->timerHost.get(), [weak, attempt, step] {
-            const auto l = weak.lock();
-            if (l && l->attempt == attempt)
-                step(l);
-        });
-    }
-
-    void dropLink(const std::shared_ptr<SimLink> &link)
-    {
-        if (link->status == NetworkConnectionDisconnected)
-            return;
-        ++link->attempt;
-        setStatus(link, NetworkConnectionDisconnected);
-    }
-};
 
 SimulatedConfig SimulatedPlatform::defaultConfig()
 {
@@ -257,7 +121,7 @@ bool SimulatedPlatform::preferencesSetCallback(const PreferencesRef &prefs, Pref
 {
     const auto p = std::dynamic_pointer_cast<SimPrefs>(prefs);
     if (!p)
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     p->callback = std::move(callback);
     return true;
 }
@@ -266,7 +130,7 @@ bool SimulatedPlatform::preferencesScheduleWithRunLoop(const PreferencesRef &pre
 {
     const auto p = std::dynamic_pointer_cast<SimPrefs>(prefs);
     if (!p)
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     p->scheduled = true;
     return true;
 }
@@ -275,7 +139,7 @@ bool SimulatedPlatform::preferencesUnscheduleFromRunLoop(const PreferencesRef &p
 {
     const auto p = std::dynamic_pointer_cast<SimPrefs>(prefs);
     if (!p)
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     p->scheduled = false;
     return true;
 }
@@ -284,9 +148,9 @@ bool SimulatedPlatform::preferencesLock(const PreferencesRef &prefs, bool)
 {
     const auto p = std::dynamic_pointer_cast<SimPrefs>(prefs);
     if (!p)
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     if (p->locked)
-        return _state->fail(SimLocked);
+        return _state->fail(PlatformStatus::Locked);
     p->locked = true;
     return true;
 }
@@ -295,9 +159,9 @@ bool SimulatedPlatform::preferencesUnlock(const PreferencesRef &prefs)
 {
     const auto p = std::dynamic_pointer_cast<SimPrefs>(prefs);
     if (!p)
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     if (!p->locked)
-        return _state->fail(SimNeedLock);
+        return _state->fail(PlatformStatus::NeedLock);
     p->locked = false;
     return true;
 }
@@ -305,7 +169,7 @@ bool SimulatedPlatform::preferencesUnlock(const PreferencesRef &prefs)
 bool SimulatedPlatform::preferencesCommitChanges(const PreferencesRef &prefs)
 {
     if (!std::dynamic_pointer_cast<SimPrefs>(prefs))
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     // Removed services leave the store now; a link that still runs on one goes down.
     auto &list = _state->services;
     for (const auto &service : list) {
@@ -320,7 +184,7 @@ bool SimulatedPlatform::preferencesCommitChanges(const PreferencesRef &prefs)
 
 bool SimulatedPlatform::preferencesApplyChanges(const PreferencesRef &prefs)
 {
-    return std::dynamic_pointer_cast<SimPrefs>(prefs) ? true : _state->fail(SimInvalidArgument);
+    return std::dynamic_pointer_cast<SimPrefs>(prefs) ? true : _state->fail(PlatformStatus::InvalidArgument);
 }
 
 void SimulatedPlatform::preferencesSynchronize(const PreferencesRef &) {}
@@ -328,7 +192,7 @@ void SimulatedPlatform::preferencesSynchronize(const PreferencesRef &) {}
 NetworkSetRef SimulatedPlatform::networkSetCopyCurrent(const PreferencesRef &prefs)
 {
     if (!std::dynamic_pointer_cast<SimPrefs>(prefs)) {
-        _state->fail(SimInvalidArgument);
+        _state->fail(PlatformStatus::InvalidArgument);
         return nullptr;
     }
     return std::make_shared<SimSet>();
@@ -337,7 +201,7 @@ NetworkSetRef SimulatedPlatform::networkSetCopyCurrent(const PreferencesRef &pre
 std::optional<std::vector<NetworkServiceRef>> SimulatedPlatform::networkSetCopyServices(const NetworkSetRef &set)
 {
     if (!std::dynamic_pointer_cast<SimSet>(set)) {
-        _state->fail(SimInvalidArgument);
+        _state->fail(PlatformStatus::InvalidArgument);
         return std::nullopt;
     }
     std::vector<NetworkServiceRef> out(_state->deviceServices.begin(), _state->deviceServices.end());
@@ -352,7 +216,7 @@ bool SimulatedPlatform::networkSetAddService(const NetworkSetRef &set, const Net
 {
     const auto s = std::dynamic_pointer_cast<SimService>(service);
     if (!std::dynamic_pointer_cast<SimSet>(set) || !s)
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     s->inSet = true;
     return true;
 }
@@ -361,7 +225,7 @@ NetworkServiceRef SimulatedPlatform::networkServiceCreate(const PreferencesRef &
 {
     const auto i = std::dynamic_pointer_cast<SimInterface>(iface);
     if (!std::dynamic_pointer_cast<SimPrefs>(prefs) || !i) {
-        _state->fail(SimInvalidArgument);
+        _state->fail(PlatformStatus::InvalidArgument);
         return nullptr;
     }
     auto service = std::make_shared<SimService>();
@@ -387,7 +251,7 @@ bool SimulatedPlatform::networkServiceSetName(const NetworkServiceRef &service, 
 {
     const auto s = std::dynamic_pointer_cast<SimService>(service);
     if (!s || name.isEmpty())
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     s->name = name;
     return true;
 }
@@ -402,7 +266,7 @@ bool SimulatedPlatform::networkServiceSetEnabled(const NetworkServiceRef &servic
 {
     const auto s = std::dynamic_pointer_cast<SimService>(service);
     if (!s)
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     s->enabled = enabled;
     return true;
 }
@@ -412,14 +276,14 @@ bool SimulatedPlatform::networkServiceRemove(const NetworkServiceRef &service)
     const auto s = std::dynamic_pointer_cast<SimService>(service);
     const auto &list = _state->services;
     if (!s || s->pendingRemoval || std::find(list.begin(), list.end(), s) == list.end())
-        return _state->fail(SimNoKey);
+        return _state->fail(PlatformStatus::NoKey);
     s->pendingRemoval = true;
     return true;
 }
 
 bool SimulatedPlatform::networkServiceEstablishDefaultConfiguration(const NetworkServiceRef &service)
 {
-    return std::dynamic_pointer_cast<SimService>(service) ? true : _state->fail(SimInvalidArgument);
+    return std::dynamic_pointer_cast<SimService>(service) ? true : _state->fail(PlatformStatus::InvalidArgument);
 }
 
 QString SimulatedPlatform::networkServiceGetServiceID(const NetworkServiceRef &service)
@@ -463,7 +327,7 @@ NetworkInterfaceRef SimulatedPlatform::networkInterfaceCreateWithInterface(const
 {
     const auto c = std::dynamic_pointer_cast<SimInterface>(child);
     if (!c || interfaceType != PPPoEKey::InterfaceTypePPP) {
-        _state->fail(SimInvalidArgument);
+        _state->fail(PlatformStatus::InvalidArgument);
         return nullptr;
     }
     auto ppp = std::make_shared<SimInterface>();
@@ -483,158 +347,9 @@ bool SimulatedPlatform::networkInterfaceSetConfiguration(const NetworkInterfaceR
 {
     const auto i = std::dynamic_pointer_cast<SimInterface>(iface);
     if (!i)
-        return _state->fail(SimInvalidArgument);
+        return _state->fail(PlatformStatus::InvalidArgument);
     i->config = config;
     return true;
-}
-
-NetworkConnectionRef SimulatedPlatform::networkConnectionCreateWithServiceID(const QString &serviceID,
-                                                                             ConnectionCallback callback)
-{
-    const auto service = _state->serviceWithID(serviceID);
-    if (!service) {
-        _state->fail(SimNoKey);
-        return nullptr;
-    }
-    auto conn = std::make_shared<SimConnection>();
-    conn->serviceID = serviceID;
-    conn->link = service->link;
-    conn->callback = std::move(callback);
-    service->link->watchers.push_back(conn);
-    return conn;
-}
-
-bool SimulatedPlatform::networkConnectionScheduleWithRunLoop(const NetworkConnectionRef &connection)
-{
-    const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
-    if (!c)
-        return _state->fail(SimInvalidArgument);
-    if (!c->deliverHost)
-        c->deliverHost = std::make_unique<QObject>();
-    return true;
-}
-
-bool SimulatedPlatform::networkConnectionUnscheduleFromRunLoop(const NetworkConnectionRef &connection)
-{
-    const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
-    if (!c || !c->deliverHost)
-        return _state->fail(SimInvalidArgument);
-    c->deliverHost.reset();
-    return true;
-}
-
-int SimulatedPlatform::networkConnectionGetStatus(const NetworkConnectionRef &connection)
-{
-    const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
-    return c ? c->link->status : NetworkConnectionInvalid;
-}
-
-bool SimulatedPlatform::networkConnectionStart(const NetworkConnectionRef &connection, const QVariantMap &userOptions,
-                                               bool)
-{
-    const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
-    if (!c)
-        return _state->fail(SimInvalidArgument);
-    const auto service = _state->serviceWithID(c->serviceID);
-    if (!service || !service->iface || !service->iface->child)
-        return _state->fail(SimNoKey);
-    const auto link = c->link;
-    if (link->status != NetworkConnectionDisconnected)
-        return _state->fail(SimFailed);
-    const QVariantMap ppp = userOptions.value(PPPoEKey::EntNetPPP).toMap();
-    const QString dialName = ppp.value(PPPoEKey::PropNetPPPAuthName).toString();
-    const QString password = ppp.value(PPPoEKey::PropNetPPPAuthPassword).toString();
-    const QString parent = service->iface->child->bsdName;
-
-    link->timerHost = std::make_unique<QObject>();
-    const quint64 attempt = ++link->attempt;
-    _state->setStatus(link, NetworkConnectionConnecting);
-
-    std::weak_ptr<State> weakState = _state;
-    _state->later(link, attempt, [weakState, dialName, password, parent, attempt](const std::shared_ptr<SimLink> &l) {
-        const auto state = weakState.lock();
-        if (!state)
-            return;
-        if (!state->linkActive[parent]) {
-            DVLOG() << "simulated PPPoE: no access concentrator answered on " << parent << " (link down)";
-            state->setStatus(l, NetworkConnectionDisconnected);
-            return;
-        }
-        // The verdict may come from any thread: bring it back to the link's thread.
-        QPointer<QObject> host = l->timerHost.get();
-        std::weak_ptr<SimLink> weakLink = l;
-        auto done = [weakState, weakLink, host, attempt](bool accepted, QString reason) {
-            if (host.isNull())
-                return;
-            QMetaObject::invokeMethod(
-                host.data(),
-                [weakState, weakLink, attempt, accepted, reason] {
-                    const auto s = weakState.lock();
-                    const auto lk = weakLink.lock();
-                    if (!s || !lk || lk->attempt != attempt)
-                        return;
-                    if (!accepted) {
-                        DVLOG() << "simulated PPPoE: authentication refused: " << reason;
-                        s->setStatus(lk, NetworkConnectionDisconnected);
-                        return;
-                    }
-                    std::weak_ptr<State> ws = s;
-                    s->later(lk, attempt, [ws](const std::shared_ptr<SimLink> &ll) {
-                        if (const auto st = ws.lock())
-                            st->setStatus(ll, NetworkConnectionConnected);
-                    });
-                },
-                Qt::QueuedConnection);
-        };
-        if (state->config.authHook) {
-            state->config.authHook(dialName, password, done);
-        } else {
-            const bool ok = !dialName.isEmpty() && !password.isEmpty();
-            done(ok, ok ? QString() : QStringLiteral("empty dial name or password"));
-        }
-    });
-    return true;
-}
-
-bool SimulatedPlatform::networkConnectionStop(const NetworkConnectionRef &connection, bool)
-{
-    const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
-    if (!c)
-        return _state->fail(SimInvalidArgument);
-    const auto link = c->link;
-    if (link->status != NetworkConnectionConnecting && link->status != NetworkConnectionConnected)
-        return _state->fail(SimNotConnected);
-    if (!link->timerHost)
-        link->timerHost = std::make_unique<QObject>();
-    const quint64 attempt = ++link->attempt;
-    _state->setStatus(link, NetworkConnectionDisconnecting);
-    std::weak_ptr<State> weakState = _state;
-    _state->later(link, attempt, [weakState](const std::shared_ptr<SimLink> &l) {
-        if (const auto s = weakState.lock())
-            s->setStatus(l, NetworkConnectionDisconnected);
-    });
-    return true;
-}
-
-std::optional<QVariantMap>
-SimulatedPlatform::networkConnectionCopyExtendedStatus(const NetworkConnectionRef &connection)
-{
-    const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
-    if (!c) {
-        _state->fail(SimInvalidArgument);
-        return std::nullopt;
-    }
-    QVariantMap ppp;
-    ppp.insert(QStringLiteral("Status"), c->link->status);
-    QVariantMap status;
-    if (c->link->status == NetworkConnectionConnected) {
-        ppp.insert(PPPoEKey::PropNetPPPConnectTime, quint32(c->link->connectTime));
-        QVariantMap ipv4;
-        ipv4.insert(PPPoEKey::PropNetIPv4Addresses, QStringList{_state->config.ipv4Address});
-        status.insert(PPPoEKey::EntNetIPv4, ipv4);
-    }
-    status.insert(PPPoEKey::EntNetPPP, ppp);
-    return status;
 }
 
 DynamicStoreRef SimulatedPlatform::dynamicStoreCreate(const QString &)
@@ -647,13 +362,13 @@ std::optional<QVariantMap> SimulatedPlatform::dynamicStoreCopyValue(const Dynami
     static const QString prefix = QStringLiteral("State:/Network/Interface/");
     static const QString suffix = QStringLiteral("/Link");
     if (!std::dynamic_pointer_cast<SimStore>(store) || !key.startsWith(prefix) || !key.endsWith(suffix)) {
-        _state->fail(SimNoKey);
+        _state->fail(PlatformStatus::NoKey);
         return std::nullopt;
     }
     const QString bsdName = key.mid(prefix.size(), key.size() - prefix.size() - suffix.size());
     const auto it = _state->linkActive.find(bsdName);
     if (it == _state->linkActive.end()) {
-        _state->fail(SimNoKey);
+        _state->fail(PlatformStatus::NoKey);
         return std::nullopt;
     }
     QVariantMap value;
@@ -669,17 +384,17 @@ int SimulatedPlatform::scError()
 QString SimulatedPlatform::scErrorString(int code)
 {
     switch (code) {
-    case SimOk:
+    case PlatformStatus::Ok:
         return QStringLiteral("Success!");
-    case SimInvalidArgument:
+    case PlatformStatus::InvalidArgument:
         return QStringLiteral("Invalid argument");
-    case SimNoKey:
+    case PlatformStatus::NoKey:
         return QStringLiteral("No such key");
-    case SimLocked:
+    case PlatformStatus::Locked:
         return QStringLiteral("Configuration locked");
-    case SimNeedLock:
+    case PlatformStatus::NeedLock:
         return QStringLiteral("Lock required for this operation");
-    case SimNotConnected:
+    case PlatformStatus::NotActive:
         return QStringLiteral("Connection is not active");
     default:
         return QStringLiteral("Failed!");
