@@ -44,21 +44,8 @@ clean_env() {
     "$@"
 }
 
-# A session bus without the system's service directories, so nothing can be activated.
-cat >"$rig/bus.conf" <<EOF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:dir=$rig</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-EOF
+. "$(dirname "$0")/session-bus.sh"
+write_session_bus_conf "$rig"
 
 status=0
 if [ "$mode" = no-bus ]; then

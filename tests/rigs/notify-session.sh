@@ -22,21 +22,8 @@ case "$mode" in service | no-service) ;; *) echo "unknown mode: $mode" >&2; exit
 rig=$(mktemp -d "${TMPDIR:-/tmp}/dorvik-notify-XXXXXX")
 trap 'rm -rf "$rig"' EXIT INT TERM
 
-# A session bus without service directories: nothing can be activated behind our back.
-cat >"$rig/bus.conf" <<CONF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:dir=$rig</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-CONF
+. "$(dirname "$0")/session-bus.sh"
+write_session_bus_conf "$rig"
 
 cat >"$rig/inner.sh" <<'INNER'
 set -u
