@@ -3,7 +3,7 @@
 #include "ConfCrypt.h"
 #include "ReceivedConf.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 #include "Util/DVUtils.h"
 #include "Util/Log.h"
 

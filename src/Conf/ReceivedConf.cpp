@@ -2,7 +2,7 @@
 
 #include "Conf.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 #include "Util/Log.h"
 
 #include <QJsonDocument>

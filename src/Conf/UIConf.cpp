@@ -2,7 +2,7 @@
 
 #include "Conf.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 
 namespace {
 // Reads one getter of the shared configuration; absent without a configuration.

@@ -1,6 +1,6 @@
 #include "Conf.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 
 std::optional<QString> UserConf::getDefaultInterface() const
 {

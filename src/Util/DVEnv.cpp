@@ -1,6 +1,6 @@
 #include "DVEnv.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 #include "Log.h"
 
 #include <QDir>

@@ -1,7 +1,7 @@
 // Resolution of area-keyed settings and the conversions of the getters that convert.
 #include "ConfTestSupport.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 #include "Conf/ConfData.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // "dorvik-cli config", run as the separate program a deployer runs.
 #include "ConfTestSupport.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 #include "Conf/ConfCrypt.h"
 
 #include <QFile>

@@ -1,7 +1,7 @@
 // Values sent by the servers, kept per area in the preferences.
 #include "ConfTestSupport.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 #include "Conf/ReceivedConf.h"
 
 #include <QSettings>

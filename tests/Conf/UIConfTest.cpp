@@ -2,7 +2,7 @@
 // preferences.
 #include "ConfTestSupport.h"
 
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 #include "Conf/ReceivedConf.h"
 #include "Conf/UIConf.h"
 

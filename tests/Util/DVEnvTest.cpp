@@ -1,5 +1,5 @@
 #include "Util/DVEnv.h"
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 
 #include "support/TestSupport.h"
 

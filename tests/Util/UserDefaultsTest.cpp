@@ -1,4 +1,4 @@
-#include "App/UserDefaults.h"
+#include "Util/UserDefaults.h"
 #include "Util/QtPrinters.h"
 #include "support/TestSupport.h"
 

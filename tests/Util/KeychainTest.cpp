@@ -1,6 +1,6 @@
 // Runs inside tests/rigs/keyring-session.sh: a real gnome-keyring on a private session bus.
-#include "App/keychain/Keychain.h"
-#include "App/userSecurityInfo.h"
+#include "Util/keychain/Keychain.h"
+#include "Util/userSecurityInfo.h"
 #include "Util/QtPrinters.h"
 #include "support/TestSupport.h"
 
