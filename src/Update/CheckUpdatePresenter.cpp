@@ -4,6 +4,7 @@
 #include "Updater.h"
 
 #include "Util/Log.h"
+#include "Util/UserDefaults.h"
 #include "Util/userSecurityInfo.h"
 
 #include <QCoreApplication>
@@ -31,6 +32,13 @@ CheckUpdatePresenter::CheckUpdatePresenter(Environment environment, QObject *par
 }
 
 CheckUpdatePresenter::~CheckUpdatePresenter() = default;
+
+std::optional<QString> CheckUpdatePresenter::notConnectedMessage()
+{
+    if (UserDefaults::getConf(QStringLiteral("isconnected")))
+        return std::nullopt;
+    return QStringLiteral("请连接后再尝试更新");
+}
 
 void CheckUpdatePresenter::viewDidAppear()
 {

@@ -13,6 +13,12 @@ class UpdateDownload;
 // What the update dialog shows and does, without widgets: the dialog is a view that draws
 // label(), page(), the progress and forwards its buttons here. One update walks through the
 // states below; updateUserinterfaceByUpdateStateType() is the only way they change.
+//
+// The view: a header strip in kHeader* colours, a word-wrapped label, three pages (0: an
+// indeterminate indicator, always animating; 1: a 0-100 bar; 2: Yes and No). On every showing
+// call viewDidAppear(); on changed() show label() and page(); on progressChanged() set the
+// bar; Yes/No call yes()/no(); closeRequested() closes the window (keep the presenter). Before
+// opening, the menu command shows notConnectedMessage() in an alert instead when it has one.
 class CheckUpdatePresenter : public QObject
 {
     Q_OBJECT
@@ -49,6 +55,10 @@ public:
     float downloadProgress() const { return _progress; }
     QString downloadUrl() const { return _downloadUrl; }
     int state() const { return _state; }
+
+    // "请连接后再尝试更新" while not connected (the stored "isconnected" is false): the dialog
+    // is not opened then. nullopt when an update may be checked.
+    static std::optional<QString> notConnectedMessage();
 
     // The view appeared (every opening): a new check.
     void viewDidAppear();

@@ -320,7 +320,8 @@ bool unpack(const QString &archivePath, const QString &destination, QString *err
             continue;
         const QString resolved = link.canonicalFilePath();
         if (resolved.isEmpty() || !QString(resolved + QLatin1Char('/')).startsWith(base)) {
-            *error = QStringLiteral("link '%1' points outside the tree or nowhere").arg(link.filePath().mid(base.size()));
+            *error =
+                QStringLiteral("link '%1' points outside the tree or nowhere").arg(link.filePath().mid(base.size()));
             return false;
         }
     }

@@ -17,6 +17,7 @@
 #include <nlohmann/json.hpp>
 
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -194,7 +195,8 @@ bool Updater::verifyDataAt(const QString &downloadedFile)
 
 QString Updater::stagedInstallerPath()
 {
-    return QDir::tempPath() + QStringLiteral("/dorvik-update-installer");
+    // One per user: another user's copy in a shared /tmp could be neither removed nor replaced.
+    return QDir::tempPath() + QStringLiteral("/dorvik-update-installer-") + QString::number(::getuid());
 }
 
 bool Updater::prepareUpdate()

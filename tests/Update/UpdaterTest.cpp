@@ -9,6 +9,7 @@
 
 #include "Update/CheckUpdatePresenter.h"
 #include "Update/Updater.h"
+#include "Util/UserDefaults.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -215,6 +216,12 @@ TEST_F(UpdateService, PresenterStates)
          {checking, found, downloading, QStringLiteral("下载更新失败，错误:HTTP 404")},
          false},
     };
+    // Not connected: only the alert's text, no dialog.
+    UserDefaults::saveConf(false, QStringLiteral("isconnected"));
+    EXPECT_EQ(CheckUpdatePresenter::notConnectedMessage(), QStringLiteral("请连接后再尝试更新"));
+    UserDefaults::saveConf(true, QStringLiteral("isconnected"));
+    EXPECT_EQ(CheckUpdatePresenter::notConnectedMessage(), std::nullopt);
+
     const QString tmp = TestSupport::sandboxDir() + QStringLiteral("/tmp");
     QDir().mkpath(tmp);
     qputenv("TMPDIR", tmp.toUtf8());

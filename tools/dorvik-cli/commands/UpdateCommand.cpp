@@ -137,8 +137,10 @@ int run(QStringList args)
     Cli::out(QStringLiteral("检查到更新，下载地址：%1").arg(*offer));
     if (checkOnly)
         return 0;
-    if (!yes && !confirm())
+    if (!yes && !confirm()) {
+        Cli::out(QStringLiteral("已取消"));
         return 0;
+    }
 
     UpdateDownload download;
     std::optional<QString> location, failure;
