@@ -9,6 +9,8 @@ packages=(
   # libraries the client links
   qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev libqt6websockets6-dev
   nlohmann-json3-dev libssl-dev openssl libsecret-1-dev libglib2.0-dev libqrencode-dev
+  # a font with Chinese glyphs for the windows' texts
+  fonts-wqy-microhei
   # unit tests
   libgtest-dev libgmock-dev
   # real components the integration tests start: a keyring, a notification service,
