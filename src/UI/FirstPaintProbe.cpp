@@ -43,36 +43,45 @@ qint64 residentKb()
     QFile status(QStringLiteral("/proc/self/status"));
     if (!status.open(QIODevice::ReadOnly))
         return -1;
-    while (!status.atEnd()) {
-        const QByteArray line = status.readLine();
+    // Files under /proc report a size of 0: read everything rather than test for the end.
+    const QList<QByteArray> lines = status.readAll().split('\n');
+    for (const QByteArray &line : lines) {
         if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+            return line.mid(6).simplified().split(' ').value(0).toLongLong();
     }
     return -1;
 }
 
+// Watches every paint of the application: the first one of any widget of the window counts,
+// since a window whose children cover it fully may never paint itself.
 class FirstPaintFilter : public QObject
 {
 public:
-    using QObject::QObject;
+    explicit FirstPaintFilter(QWidget *window)
+        : QObject(window)
+        , _window(window)
+    {}
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override
     {
-        if (event->type() == QEvent::Paint && !_seen) {
-            _seen = true;
-            // Report once this paint has been done and flushed, from the next turn of the loop.
-            QTimer::singleShot(0, qApp, [] {
-                std::printf("first-paint-ms %lld rss-kb %lld\n", static_cast<long long>(msSinceProcessStart()),
-                            static_cast<long long>(residentKb()));
-                std::fflush(stdout);
-                QCoreApplication::quit();
-            });
-        }
-        return QObject::eventFilter(watched, event);
+        if (event->type() != QEvent::Paint || _seen || !watched->isWidgetType())
+            return false;
+        if (static_cast<QWidget *>(watched)->window() != _window)
+            return false;
+        _seen = true;
+        // Report once this paint has been done and flushed, from the next turn of the loop.
+        QTimer::singleShot(0, qApp, [] {
+            std::printf("first-paint-ms %lld rss-kb %lld\n", static_cast<long long>(msSinceProcessStart()),
+                        static_cast<long long>(residentKb()));
+            std::fflush(stdout);
+            QCoreApplication::quit();
+        });
+        return false;
     }
 
 private:
+    QWidget *_window;
     bool _seen = false;
 };
 
@@ -82,5 +91,6 @@ void installFirstPaintProbe(QWidget *window)
 {
     if (!window || qEnvironmentVariable("DORVIK_FIRST_PAINT_EXIT") != QLatin1String("1"))
         return;
-    window->installEventFilter(new FirstPaintFilter(window));
+    // Owned by the window, so it stops watching when the window goes.
+    qApp->installEventFilter(new FirstPaintFilter(window));
 }
