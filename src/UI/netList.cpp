@@ -108,6 +108,12 @@ void netList::dialFinished(const DVError &error, bool failed)
     accept();
 }
 
+void netList::reject()
+{
+    if (!_dialing)
+        QDialog::reject();
+}
+
 void netList::setAlert(const QString &buttonTitle, const QString &messageText, const QString &informativeText)
 {
     const int answer = MessageBox::show(this, {MessageBox::Style::Critical,

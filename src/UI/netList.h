@@ -44,6 +44,9 @@ public Q_SLOTS:
     void commitClick();
     // The dial's outcome: shows the error when it failed, then closes the window.
     void dialFinished(const DVError &error, bool failed);
+    // Escape and the close button do nothing while a dial is under way: its outcome still has
+    // to be shown here.
+    void reject() override;
 
 private:
     void setAlert(const QString &buttonTitle, const QString &messageText, const QString &informativeText);
