@@ -190,17 +190,4 @@ TEST_F(AreaViewTest, MalformedFileLeavesTheListsEmptyAndCommitAsksForAProvince)
     EXPECT_EQ(alertTexts(), QStringList{QStringLiteral("至少需要选择所在的省")});
 }
 
-// With DORVIK_UI_SHOTS=<dir>, saves a picture of the view with a college's operators shown.
-TEST_F(AreaViewTest, Screenshot)
-{
-    const QString dir = qEnvironmentVariable("DORVIK_UI_SHOTS");
-    if (dir.isEmpty())
-        GTEST_SKIP() << "DORVIK_UI_SHOTS not set";
-    choose({1, 0, 0, 0});
-    view.operatorBtn[1]->click();
-    view.resize(280, 470);
-    view.show();
-    EXPECT_TRUE(view.grab().save(dir + QStringLiteral("/area-view.png")));
-}
-
 } // namespace

@@ -209,14 +209,4 @@ TEST(NetworkSettingsTest, PrefersTheRunningDesktopsTool)
     }
 }
 
-// With DORVIK_UI_SHOTS=<dir>, saves a picture of the window.
-TEST_F(NetListTest, Screenshot)
-{
-    const QString dir = qEnvironmentVariable("DORVIK_UI_SHOTS");
-    if (dir.isEmpty())
-        GTEST_SKIP() << "DORVIK_UI_SHOTS not set";
-    const auto view = open(true);
-    EXPECT_TRUE(view->grab().save(dir + QStringLiteral("/net-list.png")));
-}
-
 } // namespace
