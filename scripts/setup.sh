@@ -11,6 +11,8 @@ packages=(
   nlohmann-json3-dev libssl-dev openssl libsecret-1-dev libglib2.0-dev libqrencode-dev
   # the update installer unpacks packages with libarchive
   libarchive-dev
+  # a font with Chinese glyphs for the windows' texts
+  fonts-wqy-microhei
   # unit tests
   libgtest-dev libgmock-dev
   # real components the integration tests start: a keyring, a notification service,
