@@ -1,13 +1,16 @@
-// dorvik-cli dialname end to end: arguments in, one JSON object or an error out.
+// dorvik-cli dialname end to end: the cases of tests/data/dialnames.json as arguments in, one
+// JSON object or an error out.
+
+#include "support/TestData.h"
 
 #include <QDateTime>
 #include <QProcess>
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 namespace {
+
+using TestData::json;
 
 struct CliRun
 {
@@ -24,57 +27,59 @@ CliRun runCli(const QStringList &args)
     return {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
 }
 
+// The options of one case; the time given drives the clock too.
+QStringList argsOf(const json &c, qint64 time)
+{
+    QStringList args{QStringLiteral("--rules"), TestData::text(c, "rules"), QStringLiteral("--time"),
+                     QString::number(time)};
+    for (const char *option : {"key", "prefix", "suffix", "mac"}) {
+        if (const auto value = TestData::opt(c, option))
+            args << QStringLiteral("--") + QLatin1String(option) << *value;
+    }
+    return args << TestData::text(c, "account");
+}
+
 TEST(DialNameCli, PrintsDialNameAndKeptTime)
 {
-    struct Case
-    {
-        QStringList args;
-        std::string dialName;
-        qint64 time;
-    };
-    const Case cases[] = {
-        {{QStringLiteral("--rules"), QStringLiteral("timepin,prefix"), QStringLiteral("--key"),
-          QStringLiteral("secret"), QStringLiteral("--prefix"), QStringLiteral("pre-"), QStringLiteral("--time"),
-          QStringLiteral("1700000003"), QStringLiteral("alice@isp")},
-         "pre-.1AW, 8falice@isp",
-         340000000},
-        {{QStringLiteral("--rules"), QStringLiteral("timepinV2"), QStringLiteral("--key"), QStringLiteral("secret"),
-          QStringLiteral("--mac"), QStringLiteral("AA:BB:CC:DD:EE:FF"), QStringLiteral("--time"),
-          QStringLiteral("1700000003"), QStringLiteral("alice@isp")},
-         "koV7iyUglDehalice@isp",
-         1700000003},
-        {{QStringLiteral("--rules"), QStringLiteral("timepinV1"), QStringLiteral("--key"), QStringLiteral("密钥"),
-          QStringLiteral("--time"), QStringLiteral("1700000003"), QStringLiteral("张三@isp")},
-         ".1AW, f8张三@isp",
-         340000000},
-        {{QStringLiteral("--rules"), QStringLiteral(""), QStringLiteral("--time"), QStringLiteral("5"),
-          QStringLiteral("alice")},
-         "alice",
-         5},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.args.join(u' ').toStdString());
-        const CliRun r = runCli(c.args);
+    const json data = TestData::load("dialnames.json");
+    ASSERT_TRUE(data.is_object());
+    for (const json &c : data.at("cases")) {
+        if (c.at("account").is_null() || c.contains("callerTime"))
+            continue; // the tool always has an account, and its time is the clock's
+        SCOPED_TRACE(c.dump());
+        const CliRun r = runCli(argsOf(c, data.at("clock")));
         EXPECT_EQ(r.code, 0) << r.err.toStdString();
-        const auto json = nlohmann::ordered_json::parse(r.out.toStdString(), nullptr, false);
-        ASSERT_TRUE(json.is_object()) << r.out.toStdString();
-        EXPECT_EQ(json.value("dialName", std::string()), c.dialName);
-        EXPECT_EQ(json.value("time", qint64(-1)), c.time);
-        EXPECT_EQ(json.begin().key(), "dialName");
+        const auto out = json::parse(r.out.toStdString(), nullptr, false);
+        ASSERT_TRUE(out.is_object()) << r.out.toStdString();
+        EXPECT_EQ(out.begin().key(), "dialName");
+        EXPECT_EQ(out.value("dialName", std::string()), c.at("dialName"));
+        EXPECT_EQ(out.value("time", qint64(-1)), c.at("time"));
     }
+    // Without --time the dial time is now.
+    const CliRun r =
+        runCli({QStringLiteral("--rules"), QStringLiteral("timepinV2"), QStringLiteral("--key"), QStringLiteral("k"),
+                QStringLiteral("--mac"), QStringLiteral("aabbccddeeff"), QStringLiteral("alice")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const auto out = json::parse(r.out.toStdString(), nullptr, false);
+    EXPECT_NEAR(double(out.value("time", qint64(0))), double(QDateTime::currentSecsSinceEpoch()), 60.0);
+    EXPECT_EQ(out.value("dialName", std::string()).size(), std::string("alice").size() + 12);
 }
 
 TEST(DialNameCli, FailuresGoToStderrWithNonZeroExit)
 {
-    const QStringList badArgs[] = {
-        {QStringLiteral("--rules"), QStringLiteral("timepinV2"), QStringLiteral("--key"), QStringLiteral("secret"),
-         QStringLiteral("--mac"), QStringLiteral("AA:BB:CC:DD:EE:FF "), QStringLiteral("alice")},
-        {QStringLiteral("--rules"), QStringLiteral("timepin"), QStringLiteral("--time"), QStringLiteral("soon"),
-         QStringLiteral("alice")},
-        {QStringLiteral("--rules"), QStringLiteral("timepin")},
-        {QStringLiteral("alice")},
-    };
-    for (const QStringList &args : badArgs) {
+    const json data = TestData::load("dialnames.json");
+    std::vector<QStringList> bad = {{QStringLiteral("--rules"), QStringLiteral("timepin"), QStringLiteral("--time"),
+                                     QStringLiteral("soon"), QStringLiteral("alice")},
+                                    {QStringLiteral("--rules"), QStringLiteral("timepin")},
+                                    {QStringLiteral("alice")}};
+    for (const json &c : data.at("failures")) {
+        if (!c.contains("account"))
+            continue;
+        QStringList args = argsOf(c, data.at("clock"));
+        args[1] = QStringLiteral("suffix,timepinV2,prefix");
+        bad.push_back(args);
+    }
+    for (const QStringList &args : bad) {
         SCOPED_TRACE(args.join(u' ').toStdString());
         const CliRun r = runCli(args);
         EXPECT_NE(r.code, 0);
@@ -84,18 +89,6 @@ TEST(DialNameCli, FailuresGoToStderrWithNonZeroExit)
     const CliRun r = runCli({QStringLiteral("--rules"), QStringLiteral("timepinV2"), QStringLiteral("--key"),
                              QStringLiteral("k"), QStringLiteral("alice")});
     EXPECT_TRUE(r.err.contains("fatal error while, gen pinv2 faild")) << r.err.toStdString();
-}
-
-TEST(DialNameCli, DefaultTimeIsNow)
-{
-    const CliRun r =
-        runCli({QStringLiteral("--rules"), QStringLiteral("timepinV2"), QStringLiteral("--key"), QStringLiteral("k"),
-                QStringLiteral("--mac"), QStringLiteral("aabbccddeeff"), QStringLiteral("alice")});
-    ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    const auto json = nlohmann::ordered_json::parse(r.out.toStdString(), nullptr, false);
-    const qint64 now = QDateTime::currentSecsSinceEpoch();
-    EXPECT_NEAR(double(json.value("time", qint64(0))), double(now), 60.0);
-    EXPECT_EQ(json.value("dialName", std::string()).size(), std::string("alice").size() + 12);
 }
 
 } // namespace

@@ -10,23 +10,6 @@ using ordered_json = nlohmann::ordered_json;
 
 namespace {
 
-// The proof as the server computes it, straight from the primitives.
-QString referenceProof(const QString &offer, const QByteArray &cipher, const std::optional<QByteArray> &salted)
-{
-    QByteArray transformed;
-    if (offer == QLatin1String("AES")) {
-        const QByteArray key = cipher + QByteArray(16 - cipher.size(), '\0');
-        transformed = *Crypto::aes128(salted.value_or(QByteArray()), key, {}, Crypto::Op::Encrypt);
-    } else if (offer == QLatin1String("MD5")) {
-        if (!salted)
-            return QString();
-        transformed = Crypto::md5(*salted).toHex();
-    } else {
-        transformed = Crypto::hmacSha1(salted.value_or(QByteArray()), cipher);
-    }
-    return QString::fromLatin1(Crypto::hmacSha1(transformed, cipher).toHex());
-}
-
 BcomCryptData crypt(const char *offer, const char *cipher, const char *saltName, const char *saltKey,
                     std::optional<ordered_json> additional = std::nullopt)
 {
@@ -101,10 +84,13 @@ TEST(BcomSalt, ProofInputKeepsArrivalOrderOfAdditional)
               QStringLiteral("s184467440737095516150"));
 }
 
-TEST(BcomProof, ProofMatchesTheServersComputation)
+// The heart server checks the proofs of every transformation and salt (BcomOperationTest);
+// these are the inputs for which there is no proof, or a surprising one.
+TEST(BcomProof, ProofsOfUnusualInputs)
 {
     const QString input = QStringLiteral("s123");
     const ordered_json dyn = {{"key1", sealedScript(QStringLiteral("sk")).toStdString()}};
+    const auto hmac = [](const QByteArray &m) { return QString::fromLatin1(Crypto::hmacSha1(m, "c1").toHex()); };
     struct Case
     {
         const char *name;
@@ -112,32 +98,18 @@ TEST(BcomProof, ProofMatchesTheServersComputation)
         QString expected;
     };
     const Case cases[] = {
-        {"AES, 16-byte key used whole", crypt("AES", "0123456789abcdef", "PREFIX", "k9"),
-         referenceProof(QStringLiteral("AES"), "0123456789abcdef", QByteArray("k9s123"))},
-        {"AES, short key zero-padded", crypt("AES", "short", "SUFFIX", "k9"),
-         referenceProof(QStringLiteral("AES"), "short", QByteArray("s123k9"))},
         {"AES, key over 16 bytes is unusable", crypt("AES", "0123456789abcdefX", "PREFIX", "k9"), QString()},
-        {"MD5", crypt("MD5", "c1", "PREFIX", "k9"), referenceProof(QStringLiteral("MD5"), "c1", QByteArray("k9s123"))},
-        {"SHA1", crypt("SHA1", "c1", "SUFFIX", "k9"),
-         referenceProof(QStringLiteral("SHA1"), "c1", QByteArray("s123k9"))},
         {"lower-case offer is no transformation", crypt("sha1", "c1", "PREFIX", "k9"), QString()},
-        {"unknown salt: MD5 of empty text", crypt("MD5", "c1", "OTHER", "k9"),
-         referenceProof(QStringLiteral("MD5"), "c1", QByteArray(""))},
-        {"dynamic: AES of no text is one padding block", crypt("AES", "c1", "DYNAMIC", "sk", dyn),
-         referenceProof(QStringLiteral("AES"), "c1", std::nullopt)},
+        {"unknown salt: MD5 of empty text", crypt("MD5", "c1", "OTHER", "k9"), hmac(Crypto::md5("").toHex())},
         {"dynamic: MD5 of no text gives no proof", crypt("MD5", "c1", "DYNAMIC", "sk", dyn), QString()},
         {"dynamic: SHA1 keys the empty message", crypt("SHA1", "c1", "DYNAMIC", "sk", dyn),
-         referenceProof(QStringLiteral("SHA1"), "c1", std::nullopt)},
+         hmac(Crypto::hmacSha1("", "c1"))},
         {"non-ASCII cipher is refused", crypt("SHA1", "cl\xc3\xa9", "PREFIX", "k9"), QString()},
         {"no cipher", crypt("MD5", nullptr, "PREFIX", "k9"), QString()},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        const QString proof = BcomCrypt().getDatafrom(input, &c.data);
-        EXPECT_EQ(proof, c.expected);
-        if (!c.expected.isEmpty()) {
-            EXPECT_EQ(proof.size(), 40);
-        }
+        EXPECT_EQ(BcomCrypt().getDatafrom(input, &c.data), c.expected);
     }
     EXPECT_EQ(BcomCrypt().getDatafrom(input, nullptr), QString());
     // Padding a short key with zeros is not the same as any other padding.
@@ -200,22 +172,4 @@ TEST(BcomSignature, HmacSha1OfTheBodyWithAsciiKeys)
     LogCapture log;
     EXPECT_EQ(c.getSignatureFromData(QByteArray("m"), QString::fromUtf8("cl\xc3\xa9")), QString());
     EXPECT_FALSE(log.lines().isEmpty());
-}
-
-TEST(BcomBase64, IgnoresCharactersOutsideTheAlphabet)
-{
-    struct Case
-    {
-        QString in;
-        std::optional<QByteArray> out;
-    };
-    const Case cases[] = {
-        {QStringLiteral("aGVs\nbG8=\n"), QByteArray("hello")},
-        {QStringLiteral("a G V s b G 8 = "), QByteArray("hello")},
-        {QStringLiteral("aGVsbG8"), std::nullopt}, // not in padded form
-        {QStringLiteral(""), QByteArray()},
-    };
-    for (const Case &c : cases) {
-        EXPECT_EQ(BcomCrypt::base64DecodeIgnoringUnknown(c.in), c.out) << c.in.toStdString();
-    }
 }

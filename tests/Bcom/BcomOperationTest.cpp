@@ -79,24 +79,17 @@ public:
                                                  QStringLiteral("dorvik-test"));
     }
 
-    size_t exchangeCount()
+    template<typename T> T locked(const T &value)
     {
         std::lock_guard<std::mutex> lock(mutex);
-        return exchanges.size();
+        return value;
     }
-    std::vector<BcomExchange> exchangesSoFar()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return exchanges;
-    }
-    std::vector<qint32> waitsSoFar()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return waits;
-    }
+    size_t exchangeCount() { return locked(exchanges).size(); }
+    std::vector<BcomExchange> exchangesSoFar() { return locked(exchanges); }
+    std::vector<qint32> waitsSoFar() { return locked(waits); }
     bool ended()
     {
-        return TestSupport::spinUntil([this] { return queue->operationCount() == 0; }, kBoundMs);
+        return until([this] { return queue->operationCount() == 0; });
     }
     bool until(const std::function<bool()> &pred) { return TestSupport::spinUntil(pred, kBoundMs); }
     // Cancels like a disconnect does and waits for the chain to be gone.

@@ -9,6 +9,7 @@
 #include "Conf/ReceivedConf.h"
 #include "Util/DVEnv.h"
 #include "Util/OperationQueue.h"
+#include "support/TestData.h"
 
 #include <gtest/gtest.h>
 
@@ -44,104 +45,46 @@ protected:
     QString base;
 };
 
-struct ConfigBodyCase
+TEST_F(BusinessRequests, ConfigBodyStopsAtFirstAbsentValueAndTabAddressRules)
 {
-    const char *name;
-    std::optional<QString> user;
-    QString area;
-    std::optional<QString> version;
-    bool routerPresent;
-    const char *expected;
-};
-
-TEST_F(BusinessRequests, ConfigBodyStopsAtFirstAbsentValue)
-{
-    const ConfigBodyCase cases[] = {
-        {"complete", QStringLiteral("demo"), QStringLiteral("1001"), QStringLiteral("9.9.9"), true,
-         "{\n  \"ReqType\": \"ConfigReq\",\n  \"User\": \"demo\",\n  \"AreaCode\": \"1001\",\n"
-         "  \"ClientVersion\": \"9.9.9\",\n  \"router\": \"1.0.0\"\n}"},
-        {"no user", std::nullopt, QStringLiteral("1001"), QStringLiteral("9.9.9"), true,
-         "{\n  \"ReqType\": \"ConfigReq\"\n}"},
-        {"no area", QStringLiteral("demo"), QString(), QStringLiteral("9.9.9"), true,
-         "{\n  \"ReqType\": \"ConfigReq\",\n  \"User\": \"demo\"\n}"},
-        {"no version becomes empty", QStringLiteral("demo"), QStringLiteral("1001"), std::nullopt, true,
-         "{\n  \"ReqType\": \"ConfigReq\",\n  \"User\": \"demo\",\n  \"AreaCode\": \"1001\",\n"
-         "  \"ClientVersion\": \"\",\n  \"router\": \"1.0.0\"\n}"},
-        {"no router", QStringLiteral("张三"), QStringLiteral("1001"), QStringLiteral("9.9.9"), false,
-         "{\n  \"ReqType\": \"ConfigReq\",\n  \"User\": \"张三\",\n  \"AreaCode\": \"1001\",\n"
-         "  \"ClientVersion\": \"9.9.9\"\n}"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+    const TestData::json data = TestData::load("business.json");
+    for (const auto &c : data.at("configBody")) {
+        SCOPED_TRACE(c.dump());
         auto conf = config;
-        if (!c.routerPresent)
+        if (!c.at("router").get<bool>())
             conf["route"]["version"] = ordered_json{{"2999", "x"}};
         BizTest::useConfig(conf);
-        Conf::setArea(c.area);
-        auto op = std::make_shared<ConfigReq>(base, c.user);
-        op->setClientVersion(c.version);
+        Conf::setArea(TestData::text(c, "area"));
+        auto op = std::make_shared<ConfigReq>(base, TestData::opt(c, "user"));
+        op->setClientVersion(TestData::opt(c, "version"));
         const int before = server->configRequests();
         run(op);
         EXPECT_EQ(server->configRequests(), before + 1);
-        EXPECT_EQ(server->lastConfigBody().toStdString(), std::string(c.expected));
+        EXPECT_EQ(QString::fromUtf8(server->lastConfigBody()), TestData::text(c, "body"));
     }
-}
-
-struct TabCase
-{
-    const char *name;
-    const char *answer;
-    bool applied;
-    const char *logLine; // expected among the log lines, or null
-};
-
-TEST_F(BusinessRequests, TabAddressComesFromTopLevelOnlyWhenInfosHasAnArray)
-{
-    const TabCase cases[] = {
-        {"both arrays", R"({"RespType":"ConfigResp","Infos":{"TabConfig":[],"BubbleConfig":[]},
-            "TabConfig":[{"name":"x"},{"hiturl":"http://tab.example/a"},{"hiturl":"http://tab.example/b"}]})",
-         true, nullptr},
-        {"only under Infos", R"({"RespType":"ConfigResp","Infos":{"TabConfig":[{"hiturl":"http://tab.example/a"}],
-            "BubbleConfig":[]}})",
-         false, nullptr},
-        {"Infos entry not an array", R"({"RespType":"ConfigResp","Infos":{"TabConfig":{"hiturl":"x"}},
-            "TabConfig":[{"hiturl":"http://tab.example/a"}]})",
-         false, "config request,no Tab Config"},
-        {"other RespType", R"({"RespType":"RegisterResp","Infos":{"TabConfig":[]},
-            "TabConfig":[{"hiturl":"http://tab.example/a"}]})",
-         false, nullptr},
-        {"Infos not an object",
-         R"({"RespType":"ConfigResp","Infos":[],"TabConfig":[{"hiturl":"http://tab.example/a"}]})", false,
-         "config request failed, response no infos"},
-        {"not JSON", R"(<html>)", false, nullptr},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+    BizTest::useConfig(config);
+    Conf::setArea(QStringLiteral("1001"));
+    // The tab address is taken from the top level only when "Infos" has an array for it.
+    for (const auto &c : data.at("tabAddress")) {
+        SCOPED_TRACE(c.dump());
         ReceivedConf::shared().saveAreaObject({});
-        const ordered_json answer = ordered_json::parse(c.answer, nullptr, false);
-        if (answer.is_discarded()) {
-            // Not JSON: the simulator cannot send it as an answer object; feed it directly.
-            Logs logs;
-            ConfigReq(base, QStringLiteral("demo")).handleResponseData(QByteArray(c.answer));
-            EXPECT_TRUE(logs.contains(QStringLiteral("config request failed, ")))
-                << logs.all().join(u'|').toStdString();
-            EXPECT_FALSE(ReceivedConf::shared().getTabHost());
-            continue;
-        }
-        server->setConfigAnswer(answer);
+        server->setConfigAnswer(c.at("answer"));
         Logs logs;
         run(std::make_shared<ConfigReq>(base, QStringLiteral("demo")));
-        if (c.applied) {
-            EXPECT_EQ(ReceivedConf::shared().getTabHost(), QStringLiteral("http://tab.example/a"));
-        } else
-            EXPECT_FALSE(ReceivedConf::shared().getTabHost());
-        if (c.logLine) {
-            EXPECT_TRUE(logs.has(QString::fromUtf8(c.logLine))) << logs.all().join(u'|').toStdString();
-        }
-        if (QByteArray(c.name) == "other RespType") {
+        EXPECT_EQ(ReceivedConf::shared().getTabHost(),
+                  c.at("applied").get<bool>() ? std::optional<QString>(QStringLiteral("http://tab.example/a"))
+                                              : std::nullopt);
+        const QString line = TestData::text(c, "log");
+        if (line == QLatin1String("@nothing")) {
             EXPECT_TRUE(logs.all().isEmpty()) << logs.all().join(u'|').toStdString();
+        } else if (!line.isEmpty()) {
+            EXPECT_TRUE(logs.has(line)) << logs.all().join(u'|').toStdString();
         }
     }
+    // Not JSON at all.
+    Logs logs;
+    ConfigReq(base, QStringLiteral("demo")).handleResponseData(QByteArray("<html>"));
+    EXPECT_TRUE(logs.contains(QStringLiteral("config request failed, "))) << logs.all().join(u'|').toStdString();
 }
 
 TEST_F(BusinessRequests, TransportAndStatusFailuresAreOneLogLine)
@@ -197,21 +140,12 @@ TEST_F(BusinessRequests, RegisterBodyAndInfos)
         EXPECT_EQ(keys, c.keys);
         if (!body.contains("Infos"))
             continue;
-        const DVEnv &env = DVEnv::shared();
-        const ordered_json expected = {
-            {"ClientIp", "10.64.0.2"},
-            {"lastConnectionTimeLong", 0},
-            {"lastConnectionBeginTime", ""},
-            {"lastConnectionEndTime", ""},
-            {"OSType", env.getOSType().toStdString()},
-            {"OSLanguage", env.getOSLang().toStdString()},
-            {"IEVersion", env.getSafariVersion().toStdString()},
-            {"MemorySize", env.getMemorySize()},
-            {"CPUInfo", env.getCpuInfo().toStdString()},
-            {"NetcardType", "以太网 (eth0)"},
-            {"NetcardMac", "52:54:00:12:34:56"},
-        };
-        EXPECT_EQ(body["Infos"].dump(), expected.dump());
+        // Eleven facts: the machine's (from DVEnv), the connection record's and the link's.
+        const ordered_json &infos = body["Infos"];
+        EXPECT_EQ(infos.size(), 11u);
+        EXPECT_EQ(infos["ClientIp"], "10.64.0.2");
+        EXPECT_EQ(infos["NetcardType"], "以太网 (eth0)");
+        EXPECT_EQ(infos["NetcardMac"], "52:54:00:12:34:56");
     }
 }
 

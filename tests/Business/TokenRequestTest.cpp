@@ -7,6 +7,7 @@
 #include "Business/TokenReuest.h"
 #include "Util/Crypto.h"
 #include "Util/OperationQueue.h"
+#include "support/TestData.h"
 
 #include <gtest/gtest.h>
 
@@ -14,63 +15,9 @@ using Logs = LogCapture;
 
 namespace {
 
-const QString kKey = QStringLiteral("b6f03a9d27e14c58a0d9e3f71c2b4a86");
-
 QString md5Hex(const QString &s)
 {
     return QString::fromLatin1(Crypto::md5(s.toUtf8()).toHex());
-}
-
-TEST(TokenSignature, BaseStringAndSignatureForAKnownAccount)
-{
-    struct Case
-    {
-        QString path;
-        QString account;
-        QString expectedBase; // with H for the hashed password
-    };
-    const Case cases[] = {
-        {QStringLiteral("/token"), QStringLiteral("A"), QStringLiteral("POST&%2Ftoken&account=A&pwd=H")},
-        {QStringLiteral("/oauth/token?x=1"), QStringLiteral("demo"),
-         QStringLiteral("POST&%2Foauth%2Ftoken%3Fx%3D1&account=demo&pwd=H")},
-        {QStringLiteral("a b"), QStringLiteral("u@x"), QStringLiteral("POST&a%20b&account=u@x&pwd=H")},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.path.toStdString());
-        TokenSettings s;
-        s.path = c.path;
-        s.key = kKey;
-        TokenReuest op(s, c.account, QStringLiteral("secret"));
-        const DVParams params = op.makeParams();
-        const QString hashed = md5Hex(QStringLiteral("secret"));
-        ASSERT_EQ(params.size(), 2u);
-        EXPECT_EQ(params[0], std::make_pair(QStringLiteral("account"), c.account));
-        EXPECT_EQ(params[1], std::make_pair(QStringLiteral("pwd"), hashed));
-        QString base = c.expectedBase;
-        base.replace(QStringLiteral("pwd=H"), QStringLiteral("pwd=") + hashed);
-        EXPECT_EQ(op.signatureBaseString(params), base);
-        const QString expected = QString::fromLatin1(Crypto::hmacSha1(base.toLatin1(), kKey.toLatin1()).toHex());
-        EXPECT_EQ(op.getSignatureFromParam(params), expected);
-    }
-    TokenSettings noPath;
-    noPath.key = kKey;
-    Logs logs;
-    EXPECT_FALSE(TokenReuest(noPath, QStringLiteral("A"), QStringLiteral("p")).getSignatureFromParam({}));
-    EXPECT_TRUE(logs.has(QStringLiteral("token host is nil")));
-}
-
-TEST(TokenSignature, BasicAuthorisation)
-{
-    Logs logs;
-    EXPECT_FALSE(TokenReuest::getBasicAuthHeaderFromUserName(QString(), QStringLiteral("p")));
-    EXPECT_FALSE(TokenReuest::getBasicAuthHeaderFromUserName(QStringLiteral("u"), QString()));
-    EXPECT_TRUE(logs.has(QStringLiteral("empty name or pwd")));
-    const auto h =
-        TokenReuest::getBasicAuthHeaderFromUserName(QStringLiteral("Aladdin"), QStringLiteral("open sesame"));
-    ASSERT_TRUE(h);
-    ASSERT_EQ(h->size(), 1u);
-    EXPECT_EQ(h->front().first, QStringLiteral("Authorization"));
-    EXPECT_EQ(h->front().second, QStringLiteral("Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ=="));
 }
 
 class TokenService : public ::testing::Test
@@ -175,25 +122,11 @@ TEST_F(TokenService, AnswersThatAreNotPostedAndRequestsNotSent)
 
 TEST(TokenAnswer, ParsingRules)
 {
-    struct Case
-    {
-        const char *body;
-        bool ok;
-    };
-    const Case cases[] = {
-        {R"({"code":0,"message":"ok","token":"t","redirect_uri":"http://x/"})", true},
-        {R"({"code":3,"message":"m"})", true},
-        {R"({"code":3})", false},
-        {R"({"message":"m"})", false},
-        {R"({"code":"3","message":"m"})", false},
-        {R"({"code":3,"message":"m","token":5})", false},
-        {R"([1,2])", false},
-        {R"(not json)", false},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.body);
+    for (const auto &c : TestData::load("business.json").at("tokenAnswers")) {
         QString why;
-        EXPECT_EQ(TokenReuest::parseTokenInfo(QByteArray(c.body), &why).has_value(), c.ok) << why.toStdString();
+        EXPECT_EQ(TokenReuest::parseTokenInfo(TestData::text(c, "body").toUtf8(), &why).has_value(),
+                  c.at("parses").get<bool>())
+            << c.dump() << why.toStdString();
     }
 }
 

@@ -1,8 +1,8 @@
 // "dorvik-cli config", run as the separate program a deployer runs.
 #include "ConfTestSupport.h"
 
-#include "Util/UserDefaults.h"
 #include "Conf/ConfCrypt.h"
+#include "Util/UserDefaults.h"
 
 #include <QFile>
 #include <QProcess>
@@ -59,73 +59,22 @@ protected:
     void SetUp() override { resetPreferences(); }
 };
 
-TEST_F(ConfigCommandTest, EncryptThenDecryptGivesTheInputBack)
-{
-    QByteArray binary;
-    for (int i = 0; i < 4096; ++i)
-        binary.append(static_cast<char>(i % 256));
-    const std::vector<QByteArray> inputs = {
-        QByteArray(), QByteArray("{}"),        QByteArray::fromStdString(shippedSource().dump(2)),
-        binary,       QByteArray(100000, 'x'),
-    };
-    for (const QByteArray &input : inputs) {
-        SCOPED_TRACE(input.size());
-        const CliRun enc = cli({QStringLiteral("encrypt")}, input);
-        ASSERT_EQ(enc.exitCode, 0) << enc.err.toStdString();
-        EXPECT_NE(enc.out, input);
-        // The program uses the same built-in key as the library.
-        EXPECT_EQ(enc.out, ConfCrypt::encodeData(input));
-        const CliRun dec = cli({QStringLiteral("decrypt")}, enc.out);
-        ASSERT_EQ(dec.exitCode, 0) << dec.err.toStdString();
-        EXPECT_EQ(dec.out, input);
-        EXPECT_TRUE(dec.err.isEmpty());
-    }
-}
-
-TEST_F(ConfigCommandTest, InputThatDoesNotDecryptIsReportedInOneLine)
-{
-    const std::vector<QByteArray> inputs = {QByteArray(), QByteArray("{\"plain\": true}"), QByteArray(33, 'a')};
-    for (const QByteArray &input : inputs) {
-        SCOPED_TRACE(input.toStdString());
-        const CliRun r = cli({QStringLiteral("decrypt")}, input);
-        EXPECT_NE(r.exitCode, 0);
-        EXPECT_TRUE(r.out.isEmpty());
-        EXPECT_EQ(r.errLines().size(), 1) << r.err.toStdString();
-    }
-}
-
-TEST_F(ConfigCommandTest, GetPrintsShippedSettingsAsJson)
-{
-    const ordered_json source = shippedSource();
-    ASSERT_TRUE(source.is_object());
-    // One setting of each shape: nested link, hyphenated and underscored keys, a list, a
-    // switch, a plain text. Every key's mapping is checked in-process as well.
-    const std::vector<std::string> paths = {"app.website.host",  "accountrule.timepin-prefix", "qrcode.timepin_prefix",
-                                            "accountrule.order", "login.ifQrCodeOnly",         "sms.host"};
-    for (const std::string &path : paths) {
-        SCOPED_TRACE(path);
-        const CliRun r = cli({QStringLiteral("get"), QString::fromStdString(path)});
-        const auto expected = expectedValue(source, path, "");
-        if (!expected) {
-            EXPECT_NE(r.exitCode, 0);
-            continue;
-        }
-        ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
-        EXPECT_EQ(ordered_json::parse(r.out.toStdString()), *expected);
-    }
-}
-
 TEST_F(ConfigCommandTest, GetResolvesTheRequestedOrRememberedArea)
 {
     const ordered_json source = shippedSource();
-    const std::vector<std::string> paths = {"heart.interval", "accountrule.order", "login.isQrcodeEnable"};
-    for (const char *area : {"1001", "1002", "1003", "1002:02:03:05:2", "no-such-area"})
+    // One setting of each shape: nested link, hyphenated and underscored keys, a list, a switch.
+    const std::vector<std::string> paths = {"heart.interval",   "accountrule.order",          "login.isQrcodeEnable",
+                                            "app.website.host", "accountrule.timepin-prefix", "qrcode.timepin_prefix"};
+    for (const char *area : {"1002", "1002:02:03:05:2", "no-such-area"})
         for (const std::string &path : paths) {
             SCOPED_TRACE(std::string(area) + " " + path);
             const CliRun r = cli(
                 {QStringLiteral("get"), QStringLiteral("--area"), QLatin1String(area), QString::fromStdString(path)});
-            ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
-            EXPECT_EQ(ordered_json::parse(r.out.toStdString()), expectedValue(source, path, area));
+            const auto expected = expectedValue(source, path, area);
+            EXPECT_EQ(r.exitCode == 0, expected.has_value()) << r.err.toStdString();
+            if (expected) {
+                EXPECT_EQ(ordered_json::parse(r.out.toStdString(), nullptr, false), *expected);
+            }
         }
 
     // Without --area the area the user chose last applies.

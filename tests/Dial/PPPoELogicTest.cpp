@@ -3,6 +3,7 @@
 #include "Dial/PPPoE.h"
 #include "Util/DVEvent.h"
 
+#include "support/TestData.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -54,18 +55,12 @@ const QStringList kServiceCalls = {
     QStringLiteral("networkConnectionStart"),
 };
 
-QStringList toList(const std::vector<const char *> &texts)
+QSet<QString> toSet(const std::vector<const char *> &texts)
 {
-    QStringList out;
+    QSet<QString> out;
     for (const char *t : texts)
         out << QLatin1String(t);
     return out;
-}
-
-QSet<QString> toSet(const std::vector<const char *> &texts)
-{
-    const QStringList list = toList(texts);
-    return QSet<QString>(list.begin(), list.end());
 }
 
 } // namespace
@@ -181,134 +176,34 @@ TEST(PPPoELogic, CauseTextPerInterfaceKind)
 
 TEST(PPPoELogic, ServiceReuseRemovalAndCreation)
 {
-    const auto dorvik = QStringLiteral("dorvik");
-    const struct
-    {
-        const char *label;
-        std::function<void(Rig &)> setup;
-        std::vector<const char *> failing;
-        bool result;
-        qint64 code; // -1: no error
-        std::vector<const char *> calls;
-        int servicesAfter;
-        const char *parentAfter;
-    } cases[] = {
-        {"no service: created on the chosen interface",
-         nullptr,
-         {},
-         true,
-         -1,
-         {"preferencesLock", "networkServiceCreate", "commit", "preferencesUnlock", "networkConnectionStart"},
-         1,
-         "eth0"},
-        {"service on the same interface: reused",
-         [&](Rig &r) { r.fake->addPPPService(dorvik, r.eth0, true); },
-         {},
-         true,
-         -1,
-         {"networkConnectionStart"},
-         1,
-         "eth0"},
-        {"disabled service on the same interface: enabled and reused",
-         [&](Rig &r) { r.fake->addPPPService(dorvik, r.eth0, false); },
-         {},
-         true,
-         -1,
-         {"networkServiceSetEnabled", "networkConnectionStart"},
-         1,
-         "eth0"},
-        {"service on another interface: removed, then created",
-         [&](Rig &r) { r.fake->addPPPService(dorvik, r.eth1, true); },
-         {},
-         true,
-         -1,
-         {"preferencesLock", "networkServiceRemove", "preferencesUnlock", "preferencesLock", "networkServiceCreate",
-          "commit", "preferencesUnlock", "networkConnectionStart"},
-         1,
-         "eth0"},
-        {"disabled service that cannot be enabled: replaced",
-         [&](Rig &r) { r.fake->addPPPService(dorvik, r.eth0, false); },
-         {"networkServiceSetEnabled"},
-         true,
-         -1,
-         {"networkServiceSetEnabled", "preferencesLock", "networkServiceRemove", "preferencesUnlock", "preferencesLock",
-          "networkServiceCreate", "commit", "preferencesUnlock", "networkConnectionStart"},
-         1,
-         "eth0"},
-        {"other names are not ours",
-         [&](Rig &r) { r.fake->addPPPService(QStringLiteral("Dorvik"), r.eth0, true); },
-         {},
-         true,
-         -1,
-         {"preferencesLock", "networkServiceCreate", "commit", "preferencesUnlock", "networkConnectionStart"},
-         1,
-         "eth0"},
-        {"removal fails: error 7 and the lock stays",
-         [&](Rig &r) { r.fake->addPPPService(dorvik, r.eth1, true); },
-         {"networkServiceRemove"},
-         false,
-         7,
-         {"preferencesLock", "networkServiceRemove"},
-         1,
-         "eth1"},
-        {"lock fails: error 21", nullptr, {"preferencesLock"}, false, 21, {"preferencesLock"}, 0, ""},
-        {"unlock after removal fails: error 22",
-         [&](Rig &r) { r.fake->addPPPService(dorvik, r.eth1, true); },
-         {"preferencesUnlock"},
-         false,
-         22,
-         {"preferencesLock", "networkServiceRemove", "preferencesUnlock"},
-         0,
-         ""},
-        {"naming fails: error 4, unlocked",
-         nullptr,
-         {"networkServiceSetName"},
-         false,
-         4,
-         {"preferencesLock", "networkServiceCreate", "preferencesUnlock"},
-         0,
-         ""},
-        {"service not created: no error, unlocked",
-         nullptr,
-         {"networkServiceCreate"},
-         false,
-         -1,
-         {"preferencesLock", "networkServiceCreate", "preferencesUnlock"},
-         0,
-         ""},
-        {"configuration not stored: error 8",
-         nullptr,
-         {"networkInterfaceSetConfiguration"},
-         false,
-         8,
-         {"preferencesLock", "networkServiceCreate", "preferencesUnlock"},
-         0,
-         ""},
-        {"no current set: error 5 stays while the dial goes on, the new service is not in any set",
-         nullptr,
-         {"networkSetCopyCurrent"},
-         true,
-         5,
-         {"preferencesLock", "networkServiceCreate", "preferencesUnlock", "networkConnectionStart"},
-         0,
-         ""},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.label);
-        Rig rig(c.setup);
-        rig.fake->failing = toSet(c.failing);
+    const TestData::json data = TestData::load("pppoe-services.json");
+    ASSERT_TRUE(data.is_object());
+    for (const auto &c : data.at("cases")) {
+        SCOPED_TRACE(c.dump());
+        Rig rig([&](Rig &r) {
+            if (const auto it = c.find("existing"); it != c.end())
+                r.fake->addPPPService(TestData::text(*it, "name"),
+                                      TestData::text(*it, "on") == QLatin1String("eth0") ? r.eth0 : r.eth1,
+                                      it->at("enabled"));
+        });
+        for (const auto &call : c.value("failing", TestData::json::array()))
+            rig.fake->failing << QString::fromStdString(call);
         DVError error;
-        EXPECT_EQ(rig.pppoe->dialWithUserName(QStringLiteral("dial"), QStringLiteral("pw"), 0, &error), c.result);
-        if (c.code < 0)
+        EXPECT_EQ(rig.pppoe->dialWithUserName(QStringLiteral("dial"), QStringLiteral("pw"), 0, &error),
+                  c.at("result").get<bool>());
+        if (c.at("code") < 0)
             EXPECT_TRUE(error.domain.isEmpty()) << error.description().toStdString();
         else
-            EXPECT_EQ(error.code, c.code) << error.description().toStdString();
-        EXPECT_EQ(rig.callsOf(kServiceCalls), toList(c.calls));
-        const auto ours = rig.fake->servicesNamed(dorvik);
-        ASSERT_EQ(int(ours.size()), c.servicesAfter);
+            EXPECT_EQ(error.code, c.at("code").get<qint64>()) << error.description().toStdString();
+        QStringList calls;
+        for (const auto &call : c.at("calls"))
+            calls << QString::fromStdString(call);
+        EXPECT_EQ(rig.callsOf(kServiceCalls), calls);
+        const auto ours = rig.fake->servicesNamed(QStringLiteral("dorvik"));
+        ASSERT_EQ(ours.size(), c.at("servicesAfter").get<size_t>());
         if (!ours.empty()) {
             EXPECT_TRUE(ours[0]->enabled);
-            EXPECT_EQ(ours[0]->iface->child->bsd, QLatin1String(c.parentAfter));
+            EXPECT_EQ(ours[0]->iface->child->bsd, TestData::text(c, "parentAfter"));
         }
     }
 }
@@ -403,143 +298,4 @@ TEST(PPPoELogic, NullErrorArgumentDoesNothing)
     EXPECT_FALSE(rig.pppoe->dialWithUserName(QStringLiteral("dial"), QStringLiteral("pw"), 0, nullptr));
     EXPECT_FALSE(rig.pppoe->checkParm(QString(), QString(), 0, nullptr));
     EXPECT_TRUE(rig.fake->calls.isEmpty());
-}
-
-TEST(PPPoELogic, NoPreferencesSessionFailsWithError0AndItsReason)
-{
-    const struct
-    {
-        const char *label;
-        std::vector<const char *> failing;
-    } cases[] = {
-        {"authorized session refused", {"preferencesCreateWithAuthorization"}},
-        {"no authorization, plain session refused", {"authorizationCreate", "preferencesCreate"}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.label);
-        Rig rig([&](Rig &r) { r.fake->failing = toSet(c.failing); });
-        rig.fake->failing.clear();
-        EXPECT_TRUE(rig.pppoe->getInterfaceList().empty());
-        DVError error;
-        EXPECT_FALSE(rig.pppoe->dialWithUserName(QStringLiteral("dial"), QStringLiteral("pw"), 0, &error));
-        EXPECT_EQ(error.code, 0);
-        EXPECT_EQ(error.localizedDescription, QStringLiteral("获取权限失败"));
-        EXPECT_EQ(error.localizedFailureReason, QStringLiteral("Failed!"));
-        // Empty credentials are still reported first.
-        EXPECT_FALSE(rig.pppoe->dialWithUserName(QString(), QStringLiteral("pw"), 0, &error));
-        EXPECT_EQ(error.code, 18);
-        EXPECT_TRUE(rig.callsOf(kServiceCalls).isEmpty());
-    }
-}
-
-TEST(PPPoELogic, StatusEventsOnTheBus)
-{
-    const struct
-    {
-        int status;
-        qint64 dialState;
-        bool unscheduled;
-    } cases[] = {
-        {NetworkConnectionConnecting, 3, false},
-        {NetworkConnectionConnected, 2, false},
-        {NetworkConnectionDisconnecting, 3, false},
-        {NetworkConnectionInvalid, 0, false},
-        {7, 0, false},
-        {NetworkConnectionDisconnected, 5, true},
-    };
-    Rig rig;
-    DVError error;
-    ASSERT_TRUE(rig.pppoe->dialWithUserName(QStringLiteral("dial"), QStringLiteral("pw"), 0, &error));
-    auto conn = rig.fake->conns.back();
-
-    QObject subscriber;
-    std::vector<qint64> states;
-    DVEvent::shared().addObserver(
-        &subscriber,
-        [&](const DVEventObjectPtr &obj) {
-            const auto *e = dynamic_cast<const DVDialStatusEvent *>(obj.get());
-            states.push_back(e ? e->dialState : -100);
-        },
-        DVEventIdDialStatus, OperationQueue::mainQueue());
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.status);
-        const size_t before = states.size();
-        rig.fake->report(conn, c.status);
-        ASSERT_TRUE(TestSupport::spinUntil([&] { return states.size() > before; }));
-        EXPECT_EQ(states.back(), c.dialState);
-        EXPECT_EQ(!conn->scheduled, c.unscheduled);
-    }
-    // Once unscheduled, later reports reach nobody.
-    rig.fake->report(conn, NetworkConnectionConnected);
-    TestSupport::spinUntil([] { return false; }, 100);
-    EXPECT_EQ(states.size(), std::size(cases));
-    DVEvent::shared().removeObserver(&subscriber, DVEventIdDialStatus);
-}
-
-TEST(PPPoELogic, AddressAndConnectedTime)
-{
-    const struct
-    {
-        const char *label;
-        std::optional<QVariantMap> extended;
-        std::optional<QString> ip;
-        quint32 connTime;
-    } cases[] = {
-        {"no extended status", std::nullopt, std::nullopt, 0},
-        {"no IPv4, no connect time", QVariantMap{{PPPoEKey::EntNetPPP, QVariantMap{}}}, std::nullopt, 0},
-        {"two addresses",
-         QVariantMap{
-             {PPPoEKey::EntNetIPv4, QVariantMap{{PPPoEKey::PropNetIPv4Addresses,
-                                                 QStringList{QStringLiteral("10.0.0.2"), QStringLiteral("10.0.0.3")}}}},
-             {PPPoEKey::EntNetPPP, QVariantMap{{PPPoEKey::PropNetPPPConnectTime, 940u}}}},
-         QStringLiteral("10.0.0.210.0.0.3"), 60},
-        {"empty address list",
-         QVariantMap{{PPPoEKey::EntNetIPv4, QVariantMap{{PPPoEKey::PropNetIPv4Addresses, QStringList{}}}}},
-         QStringLiteral(""), 0},
-    };
-    {
-        Rig rig;
-        EXPECT_EQ(rig.pppoe->getConnTime(), 0u);
-        EXPECT_EQ(rig.pppoe->getIP(), std::nullopt);
-    }
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.label);
-        Rig rig;
-        rig.fake->uptime = 1000;
-        DVError error;
-        ASSERT_TRUE(rig.pppoe->dialWithUserName(QStringLiteral("dial"), QStringLiteral("pw"), 0, &error));
-        rig.fake->conns.back()->extended = c.extended;
-        EXPECT_EQ(rig.pppoe->getIP(), c.ip);
-        EXPECT_EQ(rig.pppoe->getConnTime(), c.connTime);
-        EXPECT_TRUE(rig.pppoe->stopConn());
-    }
-}
-
-TEST(PPPoELogic, ErrorTable)
-{
-    const struct
-    {
-        qint64 id;
-        std::optional<QString> info;
-        QString description;
-    } cases[] = {
-        {0, std::nullopt, QStringLiteral("获取权限失败")},
-        {12, QStringLiteral("启动连接失败,错误:5,x"), QStringLiteral("启动连接失败启动连接失败,错误:5,x")},
-        {20, QStringLiteral(""), QStringLiteral("所选网卡未连接，请重新选择已经连接的设备或者检查设备连接情况")},
-        {22, std::nullopt, QStringLiteral("无法解锁网络设置")},
-        {23, QStringLiteral("info"), QString()},
-        {-1, std::nullopt, QString()},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.id);
-        const DVError e = PPPoE::createErrorWithID(c.id, c.info);
-        EXPECT_EQ(e.domain, QStringLiteral("PPPoE"));
-        EXPECT_EQ(e.code, c.id);
-        EXPECT_EQ(e.localizedDescription, c.description);
-        EXPECT_EQ(e.localizedFailureReason, QString());
-        EXPECT_EQ(PPPoE::createErrorWithID(c.id, c.info, QStringLiteral("why")).localizedFailureReason,
-                  QStringLiteral("why"));
-    }
-    for (qint64 id = 0; id < 23; ++id)
-        EXPECT_FALSE(PPPoE::errorMessage(id).isEmpty()) << id;
 }

@@ -2,8 +2,6 @@
 
 #include "Dial/PPPoEPlatform.h"
 
-#include <QMetaObject>
-#include <QObject>
 #include <QSet>
 #include <QStringList>
 
@@ -12,10 +10,11 @@
 #include <vector>
 
 // A platform whose state the test sets up directly and which records every call by name.
-// It behaves as the system configuration does where the manager can tell: a lock that one
-// session cannot take twice, services that carry a name, an enabled flag and an interface,
-// status callbacks delivered later on the thread's event loop and only while scheduled.
-// A call whose name is in `failing` fails (with SCError 1001).
+// The kernel here has no PPP, so the manager's logic runs against this instead of a real
+// system configuration. It behaves as the system does where the manager can tell: a lock
+// that one session cannot take twice, services that carry a name, an enabled flag and an
+// interface, connections that keep their start options.
+// A call whose name is in `failing` fails (with error 1001).
 class RecordingPlatform : public PPPoEPlatform
 {
 public:
@@ -33,11 +32,9 @@ public:
     };
     struct Conn : PlatformObject
     {
-        QString serviceID;
         ConnectionCallback callback;
         bool scheduled = false;
         int status = NetworkConnectionDisconnected;
-        std::optional<QVariantMap> extended;
         QVariantMap startOptions;
     };
 
@@ -47,11 +44,11 @@ public:
     QMap<QString, bool> links;
     std::vector<std::shared_ptr<Conn>> conns;
     int initialStatus = NetworkConnectionDisconnected;
-    qint64 uptime = 0;
     bool locked = false;
     int lastError = 0;
     int nextId = 1;
 
+    // A network device with its own service in the set, and its link state.
     std::shared_ptr<Iface> addDevice(const QString &type, const QString &bsd, const QString &display,
                                      const QString &mac, bool active)
     {
@@ -89,117 +86,80 @@ public:
                      [&](const auto &s) { return s->name == name; });
         return out;
     }
-    // Reports a status change the way the system does: later, on the event loop.
-    void report(const std::shared_ptr<Conn> &c, int status)
-    {
-        c->status = status;
-        QMetaObject::invokeMethod(
-            &_host,
-            [c, status] {
-                if (c->scheduled && c->callback)
-                    c->callback(c, status);
-            },
-            Qt::QueuedConnection);
-    }
-
     QString name() const override { return QStringLiteral("recording"); }
 
-    AuthorizationRef authorizationCreate(quint32) override
-    {
-        return rec(QStringLiteral("authorizationCreate")) ? std::make_shared<PlatformObject>() : nullptr;
-    }
+    AuthorizationRef authorizationCreate(quint32) override { return made(u"authorizationCreate"); }
     PreferencesRef preferencesCreateWithAuthorization(const QString &, const AuthorizationRef &) override
     {
-        return rec(QStringLiteral("preferencesCreateWithAuthorization")) ? std::make_shared<PlatformObject>() : nullptr;
+        return made(u"preferencesCreateWithAuthorization");
     }
-    PreferencesRef preferencesCreate(const QString &) override
-    {
-        return rec(QStringLiteral("preferencesCreate")) ? std::make_shared<PlatformObject>() : nullptr;
-    }
+    PreferencesRef preferencesCreate(const QString &) override { return made(u"preferencesCreate"); }
     bool preferencesSetCallback(const PreferencesRef &, PreferencesCallback) override
     {
-        return rec(QStringLiteral("preferencesSetCallback"));
+        return rec(u"preferencesSetCallback");
     }
     bool preferencesScheduleWithRunLoop(const PreferencesRef &) override
     {
-        return rec(QStringLiteral("preferencesScheduleWithRunLoop"));
+        return rec(u"preferencesScheduleWithRunLoop");
     }
     bool preferencesUnscheduleFromRunLoop(const PreferencesRef &) override
     {
-        return rec(QStringLiteral("preferencesUnscheduleFromRunLoop"));
+        return rec(u"preferencesUnscheduleFromRunLoop");
     }
     bool preferencesLock(const PreferencesRef &, bool) override
     {
-        if (!rec(QStringLiteral("preferencesLock")) || locked)
-            return fail();
-        locked = true;
-        return true;
+        return rec(u"preferencesLock") && !locked ? (locked = true) : fail();
     }
     bool preferencesUnlock(const PreferencesRef &) override
     {
-        if (!rec(QStringLiteral("preferencesUnlock")) || !locked)
-            return fail();
-        locked = false;
-        return true;
+        return rec(u"preferencesUnlock") && locked ? !(locked = false) : fail();
     }
-    bool preferencesCommitChanges(const PreferencesRef &) override { return rec(QStringLiteral("commit")); }
-    bool preferencesApplyChanges(const PreferencesRef &) override { return rec(QStringLiteral("apply")); }
-    void preferencesSynchronize(const PreferencesRef &) override { rec(QStringLiteral("synchronize")); }
+    bool preferencesCommitChanges(const PreferencesRef &) override { return rec(u"commit"); }
+    bool preferencesApplyChanges(const PreferencesRef &) override { return rec(u"apply"); }
+    void preferencesSynchronize(const PreferencesRef &) override { rec(u"synchronize"); }
 
-    NetworkSetRef networkSetCopyCurrent(const PreferencesRef &) override
-    {
-        return rec(QStringLiteral("networkSetCopyCurrent")) ? std::make_shared<PlatformObject>() : nullptr;
-    }
+    NetworkSetRef networkSetCopyCurrent(const PreferencesRef &) override { return made(u"networkSetCopyCurrent"); }
     std::optional<std::vector<NetworkServiceRef>> networkSetCopyServices(const NetworkSetRef &) override
     {
-        if (!rec(QStringLiteral("networkSetCopyServices")))
+        if (!rec(u"networkSetCopyServices"))
             return std::nullopt;
         return std::vector<NetworkServiceRef>(setServices.begin(), setServices.end());
     }
-    bool networkSetAddService(const NetworkSetRef &, const NetworkServiceRef &service) override
+    bool networkSetAddService(const NetworkSetRef &, const NetworkServiceRef &s) override
     {
-        if (!rec(QStringLiteral("networkSetAddService")))
-            return fail();
-        setServices.push_back(std::static_pointer_cast<Service>(service));
-        return true;
+        return rec(u"networkSetAddService") ? (setServices.push_back(svc(s)), true) : fail();
     }
 
     NetworkServiceRef networkServiceCreate(const PreferencesRef &, const NetworkInterfaceRef &iface) override
     {
-        if (!rec(QStringLiteral("networkServiceCreate")))
+        if (!rec(u"networkServiceCreate"))
             return nullptr;
         auto s = std::make_shared<Service>();
         s->id = QStringLiteral("svc-%1").arg(nextId++);
-        s->iface = std::static_pointer_cast<Iface>(iface);
+        s->iface = ifc(iface);
         return s;
     }
     NetworkInterfaceRef networkServiceGetInterface(const NetworkServiceRef &s) override { return svc(s)->iface; }
     QString networkServiceGetName(const NetworkServiceRef &s) override { return svc(s)->name; }
     bool networkServiceSetName(const NetworkServiceRef &s, const QString &name) override
     {
-        if (!rec(QStringLiteral("networkServiceSetName")))
-            return fail();
-        svc(s)->name = name;
-        return true;
+        return rec(u"networkServiceSetName") ? (svc(s)->name = name, true) : fail();
     }
     bool networkServiceGetEnabled(const NetworkServiceRef &s) override { return svc(s)->enabled; }
     bool networkServiceSetEnabled(const NetworkServiceRef &s, bool enabled) override
     {
-        if (!rec(QStringLiteral("networkServiceSetEnabled")))
-            return fail();
-        svc(s)->enabled = enabled;
-        return true;
+        return rec(u"networkServiceSetEnabled") ? (svc(s)->enabled = enabled, true) : fail();
     }
     bool networkServiceRemove(const NetworkServiceRef &s) override
     {
-        if (!rec(QStringLiteral("networkServiceRemove")))
+        if (!rec(u"networkServiceRemove"))
             return fail();
         setServices.erase(std::remove(setServices.begin(), setServices.end(), svc(s)), setServices.end());
         return true;
     }
     bool networkServiceEstablishDefaultConfiguration(const NetworkServiceRef &) override
     {
-        return rec(QStringLiteral("networkServiceEstablishDefaultConfiguration"));
+        return rec(u"networkServiceEstablishDefaultConfiguration");
     }
     QString networkServiceGetServiceID(const NetworkServiceRef &s) override { return svc(s)->id; }
 
@@ -211,7 +171,7 @@ public:
     NetworkInterfaceRef networkInterfaceCreateWithInterface(const NetworkInterfaceRef &child,
                                                             const QString &type) override
     {
-        if (!rec(QStringLiteral("networkInterfaceCreateWithInterface")))
+        if (!rec(u"networkInterfaceCreateWithInterface"))
             return nullptr;
         auto i = std::make_shared<Iface>();
         i->type = type;
@@ -224,18 +184,14 @@ public:
     }
     bool networkInterfaceSetConfiguration(const NetworkInterfaceRef &i, const QVariantMap &config) override
     {
-        if (!rec(QStringLiteral("networkInterfaceSetConfiguration")))
-            return fail();
-        ifc(i)->config = config;
-        return true;
+        return rec(u"networkInterfaceSetConfiguration") ? (ifc(i)->config = config, true) : fail();
     }
 
-    NetworkConnectionRef networkConnectionCreateWithServiceID(const QString &id, ConnectionCallback cb) override
+    NetworkConnectionRef networkConnectionCreateWithServiceID(const QString &, ConnectionCallback cb) override
     {
-        if (!rec(QStringLiteral("networkConnectionCreateWithServiceID")))
+        if (!rec(u"networkConnectionCreateWithServiceID"))
             return nullptr;
         auto c = std::make_shared<Conn>();
-        c->serviceID = id;
         c->callback = std::move(cb);
         c->status = initialStatus;
         conns.push_back(c);
@@ -243,32 +199,25 @@ public:
     }
     bool networkConnectionScheduleWithRunLoop(const NetworkConnectionRef &c) override
     {
-        if (!rec(QStringLiteral("networkConnectionScheduleWithRunLoop")))
-            return fail();
-        con(c)->scheduled = true;
-        return true;
+        return rec(u"networkConnectionScheduleWithRunLoop") ? (con(c)->scheduled = true) : fail();
     }
     bool networkConnectionUnscheduleFromRunLoop(const NetworkConnectionRef &c) override
     {
-        rec(QStringLiteral("networkConnectionUnscheduleFromRunLoop"));
-        con(c)->scheduled = false;
-        return true;
+        rec(u"networkConnectionUnscheduleFromRunLoop");
+        return !(con(c)->scheduled = false);
     }
     int networkConnectionGetStatus(const NetworkConnectionRef &c) override { return con(c)->status; }
     bool networkConnectionStart(const NetworkConnectionRef &c, const QVariantMap &options, bool) override
     {
-        if (!rec(QStringLiteral("networkConnectionStart")))
-            return fail();
-        con(c)->startOptions = options;
-        return true;
+        return rec(u"networkConnectionStart") ? (con(c)->startOptions = options, true) : fail();
     }
     bool networkConnectionStop(const NetworkConnectionRef &, bool) override
     {
-        return rec(QStringLiteral("networkConnectionStop")) ? true : fail();
+        return rec(u"networkConnectionStop") || fail();
     }
-    std::optional<QVariantMap> networkConnectionCopyExtendedStatus(const NetworkConnectionRef &c) override
+    std::optional<QVariantMap> networkConnectionCopyExtendedStatus(const NetworkConnectionRef &) override
     {
-        return con(c)->extended;
+        return std::nullopt;
     }
 
     DynamicStoreRef dynamicStoreCreate(const QString &) override { return std::make_shared<PlatformObject>(); }
@@ -282,17 +231,17 @@ public:
     }
     int scError() override { return lastError; }
     QString scErrorString(int code) override { return code == 1001 ? QStringLiteral("Failed!") : QStringLiteral("?"); }
-    qint64 systemUptimeSeconds() override { return uptime; }
+    qint64 systemUptimeSeconds() override { return 0; }
 
 private:
-    bool rec(const QString &call)
+    bool rec(QStringView call)
     {
-        calls << call;
-        if (failing.contains(call)) {
-            lastError = 1001;
-            return false;
-        }
-        return true;
+        calls << call.toString();
+        return failing.contains(call.toString()) ? fail() : true;
+    }
+    std::shared_ptr<PlatformObject> made(QStringView call)
+    {
+        return rec(call) ? std::make_shared<PlatformObject>() : nullptr;
     }
     bool fail()
     {
@@ -302,6 +251,4 @@ private:
     static std::shared_ptr<Service> svc(const NetworkServiceRef &s) { return std::static_pointer_cast<Service>(s); }
     static std::shared_ptr<Iface> ifc(const NetworkInterfaceRef &i) { return std::static_pointer_cast<Iface>(i); }
     static std::shared_ptr<Conn> con(const NetworkConnectionRef &c) { return std::static_pointer_cast<Conn>(c); }
-
-    QObject _host;
 };

@@ -1,7 +1,7 @@
 #include "Util/DVEnv.h"
 #include "Util/UserDefaults.h"
 
-#include "support/TestSupport.h"
+#include "support/TestData.h"
 
 #include <gtest/gtest.h>
 
@@ -21,29 +21,18 @@ void writeFile(const QString &path, const QByteArray &content)
     f.write(content);
 }
 
-// One interface in a fake /sys/class/net.
-struct FakeIf
+// Interfaces in a fake /sys/class/net, as listed in tests/data/env.json.
+void makeSys(const QString &root, const TestData::json &ifs)
 {
-    const char *name;
-    const char *type;
-    const char *address;
-    bool physical;
-    bool wireless;
-    bool bridge;
-};
-
-void makeSys(const QString &root, const std::vector<FakeIf> &ifs)
-{
-    for (const FakeIf &i : ifs) {
-        const QString dir = root + QStringLiteral("/sys/class/net/") + QLatin1String(i.name);
-        writeFile(dir + QStringLiteral("/type"), QByteArray(i.type) + "\n");
-        writeFile(dir + QStringLiteral("/address"), QByteArray(i.address) + "\n");
-        if (i.physical)
-            QDir().mkpath(dir + QStringLiteral("/device"));
-        if (i.wireless)
-            QDir().mkpath(dir + QStringLiteral("/wireless"));
-        if (i.bridge)
-            QDir().mkpath(dir + QStringLiteral("/bridge"));
+    for (const auto &i : ifs) {
+        const QString dir = root + QStringLiteral("/sys/class/net/") + TestData::text(i, "name");
+        writeFile(dir + QStringLiteral("/type"), TestData::text(i, "type").toUtf8() + "\n");
+        writeFile(dir + QStringLiteral("/address"), TestData::text(i, "address").toUtf8() + "\n");
+        for (const char *flag : {"physical", "wireless", "bridge"}) {
+            const QString sub = flag == std::string("physical") ? QStringLiteral("device") : QLatin1String(flag);
+            if (i.value(flag, false))
+                QDir().mkpath(dir + QLatin1Char('/') + sub);
+        }
     }
 }
 
@@ -63,6 +52,7 @@ protected:
     }
     std::shared_ptr<ManualClock> clock =
         std::make_shared<ManualClock>(QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
+    const TestData::json env = TestData::load("env.json");
 };
 
 } // namespace
@@ -98,31 +88,17 @@ TEST_F(DVEnvTest, ConnectionRecord)
 
 TEST_F(DVEnvTest, OperatingSystemTexts)
 {
-    const struct
-    {
-        const char *label;
-        const char *osRelease; // null: no file
-        const char *kernel;
-        const char *type;
-        const char *version;
-    } cases[] = {
-        {"name and version", "NAME=\"Debian GNU/Linux\"\nVERSION_ID=\"12\"\nVERSION=\"12 (bookworm)\"\n", "6.1.0",
-         "Debian GNU/Linux12 (bookworm)", "12 (bookworm)"},
-        {"version id only", "NAME=Fedora\nVERSION_ID=39\n", "6.5.0", "Fedora39", "39"},
-        {"rolling release", "NAME=\"Arch Linux\"\nID=arch\n", "6.6.1-arch1", "Arch Linux6.6.1-arch1", "6.6.1-arch1"},
-        {"no os-release", nullptr, "6.1.0-13-amd64", "Linux6.1.0-13-amd64", "6.1.0-13-amd64"},
-        {"nothing known", nullptr, nullptr, "Linux", ""},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.label);
+    for (const auto &c : env.at("os")) {
+        SCOPED_TRACE(c.dump());
         QTemporaryDir root;
-        if (c.osRelease)
-            writeFile(root.path() + QStringLiteral("/etc/os-release"), c.osRelease);
-        if (c.kernel)
-            writeFile(root.path() + QStringLiteral("/proc/sys/kernel/osrelease"), QByteArray(c.kernel) + "\n");
+        if (c.contains("osRelease"))
+            writeFile(root.path() + QStringLiteral("/etc/os-release"), TestData::text(c, "osRelease").toUtf8());
+        if (c.contains("kernel"))
+            writeFile(root.path() + QStringLiteral("/proc/sys/kernel/osrelease"),
+                      TestData::text(c, "kernel").toUtf8() + "\n");
         DVEnv::shared().setSystemRoot(root.path());
-        EXPECT_EQ(DVEnv::shared().getOSType(), QString::fromUtf8(c.type));
-        EXPECT_EQ(DVEnv::shared().getOSVersion(), QString::fromUtf8(c.version));
+        EXPECT_EQ(DVEnv::shared().getOSType(), TestData::text(c, "type"));
+        EXPECT_EQ(DVEnv::shared().getOSVersion(), TestData::text(c, "version"));
     }
 }
 
@@ -155,93 +131,17 @@ TEST_F(DVEnvTest, MachineFacts)
 
 TEST_F(DVEnvTest, PrimaryEthernetInterface)
 {
-    const struct
-    {
-        const char *label;
-        std::vector<FakeIf> ifs;
-        const char *primary;
-        std::optional<QString> mac;
-    } cases[] = {
-        {"physical wired wins over earlier virtual and wireless",
-         {{"docker0", "1", "02:42:AC:11:00:01", false, false, true},
-          {"enp0s31f6", "1", "54:E1:AD:12:34:56", true, false, false},
-          {"eth9", "1", "00:00:00:00:00:09", false, false, false},
-          {"wlp2s0", "1", "7C:2A:31:00:00:01", true, true, false}},
-         "enp0s31f6",
-         QStringLiteral("54:e1:ad:12:34:56")},
-        {"first physical in name order",
-         {{"ethq1", "1", "52:54:00:00:00:02", true, false, false},
-          {"ethq0", "1", "52:54:00:00:00:01", true, false, false}},
-         "ethq0",
-         QStringLiteral("52:54:00:00:00:01")},
-        {"no physical: first virtual Ethernet",
-         {{"lo", "772", "00:00:00:00:00:00", false, false, false},
-          {"veth1", "1", "a2:00:00:00:00:01", false, false, false},
-          {"br0", "1", "a2:00:00:00:00:00", false, false, true}},
-         "veth1",
-         QStringLiteral("a2:00:00:00:00:01")},
-        {"only wireless and loopback: none",
-         {{"wlan0", "1", "7c:00:00:00:00:01", true, true, false},
-          {"lo", "772", "00:00:00:00:00:00", false, false, false}},
-         "",
-         std::nullopt},
-        {"unreadable address", {{"ethq0", "1", "garbage", true, false, false}}, "ethq0", std::nullopt},
-    };
     static const QRegularExpression form(QStringLiteral("^[0-9a-f]{2}(:[0-9a-f]{2}){5}$"));
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.label);
+    for (const auto &c : env.at("primaryInterface")) {
+        SCOPED_TRACE(c.dump());
         QTemporaryDir root;
-        makeSys(root.path(), c.ifs);
+        makeSys(root.path(), c.at("interfaces"));
         DVEnv::shared().setSystemRoot(root.path());
-        EXPECT_EQ(DVEnv::shared().primaryInterfaceName(), QLatin1String(c.primary));
-        EXPECT_EQ(DVEnv::shared().getPrimaryMacAddress(), c.mac);
-        EXPECT_EQ(DVEnv::shared().getMacAddress(), c.mac);
-        if (c.mac) {
-            EXPECT_TRUE(form.match(*c.mac).hasMatch());
-        }
+        EXPECT_EQ(DVEnv::shared().primaryInterfaceName(), TestData::text(c, "primary"));
+        EXPECT_EQ(DVEnv::shared().getPrimaryMacAddress(), TestData::opt(c, "mac"));
+        EXPECT_EQ(DVEnv::shared().getMacAddress(), TestData::opt(c, "mac"));
+        EXPECT_TRUE(!c.contains("mac") || form.match(TestData::text(c, "mac")).hasMatch());
         // None of these names carries an address on this machine.
         EXPECT_EQ(DVEnv::shared().getIPAddress(), QStringLiteral("error"));
     }
-}
-
-TEST_F(DVEnvTest, IPv4OfThePrimaryInterface)
-{
-    // Stand a real interface of this machine in as the primary one.
-    for (const QNetworkInterface &nif : QNetworkInterface::allInterfaces()) {
-        if (nif.flags().testFlag(QNetworkInterface::IsLoopBack))
-            continue;
-        QString last;
-        for (const QNetworkAddressEntry &e : nif.addressEntries()) {
-            if (e.ip().protocol() == QAbstractSocket::IPv4Protocol)
-                last = e.ip().toString();
-        }
-        if (last.isEmpty())
-            continue;
-        QTemporaryDir root;
-        makeSys(root.path(), {{"aaa0", "1", "52:54:00:00:00:01", false, false, false}});
-        const QString dir = root.path() + QStringLiteral("/sys/class/net/") + nif.name();
-        writeFile(dir + QStringLiteral("/type"), "1\n");
-        writeFile(dir + QStringLiteral("/address"), "52:54:00:00:00:02\n");
-        QDir().mkpath(dir + QStringLiteral("/device"));
-        DVEnv::shared().setSystemRoot(root.path());
-        EXPECT_EQ(DVEnv::shared().primaryInterfaceName(), nif.name());
-        EXPECT_EQ(DVEnv::shared().getIPAddress(), last);
-        return;
-    }
-    GTEST_SKIP() << "this machine has no IPv4 address outside the loopback";
-}
-
-TEST_F(DVEnvTest, RealMachineAnswersInTheirForms)
-{
-    DVEnv &env = DVEnv::shared();
-    static const QRegularExpression mac(QStringLiteral("^[0-9a-f]{2}(:[0-9a-f]{2}){5}$"));
-    static const QRegularExpression ipv4(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}$"));
-    if (const auto m = env.getPrimaryMacAddress()) {
-        EXPECT_TRUE(mac.match(*m).hasMatch()) << m->toStdString();
-    }
-    const QString ip = env.getIPAddress();
-    EXPECT_TRUE(ip == QLatin1String("error") || ipv4.match(ip).hasMatch()) << ip.toStdString();
-    EXPECT_GT(env.getMemorySize(), 0u);
-    EXPECT_FALSE(env.getOSType().isEmpty());
-    EXPECT_TRUE(env.getOSType().endsWith(env.getOSVersion()));
 }

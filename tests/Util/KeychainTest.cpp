@@ -1,7 +1,7 @@
 // Runs inside tests/rigs/keyring-session.sh: a real gnome-keyring on a private session bus.
 #include "Util/keychain/Keychain.h"
 #include "Util/userSecurityInfo.h"
-#include "Util/QtPrinters.h"
+#include "support/QtPrinters.h"
 #include "support/TestSupport.h"
 
 #include <QCoreApplication>
@@ -184,25 +184,4 @@ TEST(KeychainInRig, WritesFailWithAnErrorAndReadsFindNothing)
         EXPECT_FALSE(kc->remove(userSecurityInfo::service, s("alice"), &e2));
         expectUnavailable(e2, "remove");
     }
-}
-
-TEST(NullKeychain, EveryOperationIsRefused)
-{
-    NullKeychain kc;
-    EXPECT_FALSE(kc.isAvailable());
-    DVError e[4];
-    EXPECT_FALSE(kc.accounts(userSecurityInfo::service, &e[0]));
-    EXPECT_FALSE(kc.password(userSecurityInfo::service, s("a"), &e[1]));
-    EXPECT_FALSE(kc.save(userSecurityInfo::service, s("a"), s("p"), &e[2]));
-    EXPECT_FALSE(kc.remove(userSecurityInfo::service, s("a"), &e[3]));
-    for (const DVError &err : e) {
-        EXPECT_EQ(err.domain, KeychainError::Domain);
-        EXPECT_EQ(err.code, KeychainError::Unsupported);
-    }
-    auto null = std::make_shared<NullKeychain>();
-    DVError err;
-    EXPECT_FALSE(userSecurityInfo::saveUser(s("a"), s("p"), &err, null));
-    EXPECT_EQ(err.code, KeychainError::Unsupported);
-    const userSecurityInfo info(null);
-    EXPECT_FALSE(info.loadUser());
 }

@@ -71,23 +71,6 @@ TEST_F(LogTest, KeepsSevenDailyFilesAcrossRunsAndGaps)
     EXPECT_TRUE(last[1].endsWith(QStringLiteral("| day 22 later")));
 }
 
-TEST_F(LogTest, ClockSetBackKeepsTheOpenFile)
-{
-    const QDateTime start = QDateTime::fromString(QStringLiteral("2024-05-10T12:00:00Z"), Qt::ISODate);
-    auto clock = std::make_shared<ManualClock>(start);
-    Log::install(dir, clock, 3);
-    for (int d = 0; d < 3; ++d) {
-        clock->set(start.addDays(d));
-        DVLOG() << "forward " << d;
-    }
-    clock->set(start.addDays(-5));
-    DVLOG() << "back in time";
-    const QStringList files = logFiles(dir);
-    EXPECT_EQ(files.size(), 3);
-    EXPECT_TRUE(files.contains(dayName(clock->now())));
-    EXPECT_EQ(linesOf(QDir(dir).filePath(dayName(clock->now()))).size(), 1);
-}
-
 TEST_F(LogTest, EveryLineNamesFileLineAndFunction)
 {
     auto clock =

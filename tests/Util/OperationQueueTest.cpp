@@ -118,29 +118,6 @@ TEST(OperationQueue, CancelReleasesWaitsAndLaterOperationsRun)
     EXPECT_TRUE(early->isFinished());
 }
 
-TEST(OperationQueue, SemaphoreCountsSignals)
-{
-    std::atomic<int> unused{0};
-    WaitingOp op(unused);
-    const struct
-    {
-        int signals;
-        int successfulWaits;
-    } cases[] = {{0, 0}, {1, 1}, {3, 3}};
-    for (const auto &c : cases) {
-        for (int i = 0; i < c.signals; ++i)
-            op.signalSemaphore();
-        int ok = 0;
-        while (op.waitSemaphore(0))
-            ++ok;
-        EXPECT_EQ(ok, c.successfulWaits);
-    }
-    // A signal from another thread ends a wait without limit.
-    std::thread t([&] { op.signalSemaphore(); });
-    EXPECT_TRUE(op.waitSemaphore(std::nullopt));
-    t.join();
-}
-
 TEST(OperationQueue, DestroyingAQueueCancelsAndWaits)
 {
     std::atomic<int> entered{0};

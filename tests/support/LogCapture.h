@@ -4,6 +4,7 @@
 #include <QStringList>
 #include <QtGlobal>
 
+#include <algorithm>
 #include <mutex>
 
 // Collects every log line written while it lives, from any thread, and still lets each line
@@ -32,23 +33,14 @@ public:
         return _lines;
     }
     QStringList all() const { return lines(); }
-    // Lines equal to `line`.
-    int count(const QString &line) const { return static_cast<int>(lines().count(line)); }
-    bool has(const QString &line) const { return count(line) > 0; }
+    bool has(const QString &line) const { return lines().contains(line); }
     // Lines that contain `part`.
-    int countContaining(const QString &part) const { return static_cast<int>(lines().filter(part).size()); }
+    int countContaining(const QString &part) const { return int(lines().filter(part).size()); }
     bool contains(const QString &part) const { return countContaining(part) > 0; }
     bool hasPrefix(const QString &prefix) const
     {
-        for (const QString &l : lines())
-            if (l.startsWith(prefix))
-                return true;
-        return false;
-    }
-    void clear()
-    {
-        std::lock_guard<std::mutex> lock(mutex());
-        _lines.clear();
+        const QStringList all = lines();
+        return std::any_of(all.begin(), all.end(), [&](const QString &l) { return l.startsWith(prefix); });
     }
 
 private:

@@ -6,14 +6,14 @@
 
 #include <ostream>
 
-// Readable values in GoogleTest failure messages.
+// Readable Qt values in GoogleTest failure messages.
 inline void PrintTo(const QString &s, std::ostream *os)
 {
     *os << '"' << s.toStdString() << '"';
 }
 inline void PrintTo(const QByteArray &b, std::ostream *os)
 {
-    *os << "hex " << b.toHex().toStdString();
+    *os << '"' << b.toStdString() << "\" (hex " << b.toHex().toStdString() << ')';
 }
 inline void PrintTo(const QStringList &l, std::ostream *os)
 {
