@@ -1,0 +1,25 @@
+// A main for the window tests: an isolated home as for every test, a QApplication, and the
+// offscreen platform unless the run asks for a real display (screenshots under Xvfb).
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QDir>
+#include <QTemporaryDir>
+
+int main(int argc, char **argv)
+{
+    QTemporaryDir sandbox(QDir::tempPath() + QStringLiteral("/dorvik-uitest-XXXXXX"));
+    const QByteArray root = sandbox.path().toUtf8();
+    qputenv("HOME", root + "/home");
+    qputenv("XDG_CONFIG_HOME", root + "/config");
+    qputenv("XDG_DATA_HOME", root + "/data");
+    qputenv("XDG_CACHE_HOME", root + "/cache");
+    qputenv("DORVIK_TEST_SANDBOX", root);
+    QDir().mkpath(sandbox.path() + QStringLiteral("/home"));
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
