@@ -9,6 +9,9 @@ packages=(
   # libraries the client links
   qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev libqt6websockets6-dev
   nlohmann-json3-dev libssl-dev openssl libsecret-1-dev libglib2.0-dev libqrencode-dev
+  # the windowed client: Qt Widgets, a font with Chinese glyphs; the window tests and the
+  # headless demo run it on a virtual X server and drive and capture it there
+  fonts-wqy-microhei xvfb xauth xdotool x11-utils imagemagick
   # unit tests
   libgtest-dev libgmock-dev
   # real components the integration tests start: a keyring, a notification service,

@@ -10,6 +10,7 @@
 
 #include <QCloseEvent>
 #include <QLineEdit>
+#include <QScreen>
 
 baseWindow::baseWindow(DVAppHost *host, LogInFactory factory, QWidget *parent)
     : QMainWindow(parent)
@@ -41,8 +42,20 @@ void baseWindow::setContent(QWidget *view, QSize size)
     _currentView = view;
     if (old)
         old->deleteLater();
-    // Fixed: minimum and maximum are both the state's size.
+    // Fixed: minimum and maximum are both the state's size. The window keeps its centre, so
+    // that the larger online size does not run off the screen.
+    const QPoint centre = geometry().center();
     setFixedSize(size);
+    if (isVisible() && screen()) {
+        QRect placed(QPoint(), size);
+        placed.moveCenter(centre);
+        const QRect available = screen()->availableGeometry();
+        placed.moveLeft(
+            qBound(available.left(), placed.left(), qMax(available.left(), available.right() - size.width())));
+        placed.moveTop(
+            qBound(available.top(), placed.top(), qMax(available.top(), available.bottom() - size.height())));
+        move(placed.topLeft());
+    }
     view->setFocus();
     if (auto *login = qobject_cast<logInViewController *>(view))
         login->usernameField()->setFocus();

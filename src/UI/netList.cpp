@@ -31,7 +31,6 @@ netList::netList(QWidget *parent)
     layout->addWidget(rememberChoiceBtn);
     layout->addWidget(commit);
     connect(commit, &QPushButton::clicked, this, &netList::commitClick);
-    connect(tableView, &QTableWidget::cellActivated, this, &netList::commitClick);
     resize(360, 240);
 }
 
@@ -52,6 +51,10 @@ void netList::setNetArr(const std::vector<QVariantMap> &rows)
 
 void netList::commitClick()
 {
+    // Return on the table reaches the default button as well: dial once.
+    if (_committed)
+        return;
+    _committed = true;
     UIConf::shared().setRememberInterface(rememberChoiceBtn->isChecked());
     if (!rememberChoiceBtn->isChecked())
         UIConf::shared().setAutoLogin(false);

@@ -35,6 +35,7 @@ private:
 
     QString _user;
     QString _pass;
+    bool _committed = false;
     QTableWidget *tableView = nullptr;
     QCheckBox *rememberChoiceBtn = nullptr;
 };
