@@ -8,9 +8,11 @@
 #include "Util/Log.h"
 #include "Util/UserDefaults.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QLineEdit>
 #include <QScreen>
+#include <QTimer>
 
 baseWindow::baseWindow(DVAppHost *host, LogInFactory factory, QWidget *parent)
     : QMainWindow(parent)
@@ -40,8 +42,10 @@ void baseWindow::setContent(QWidget *view, QSize size)
     QWidget *old = takeCentralWidget();
     setCentralWidget(view);
     _currentView = view;
-    if (old)
-        old->deleteLater();
+    if (old) {
+        old->hide();
+        retire(old);
+    }
     // Fixed: minimum and maximum are both the state's size. The window keeps its centre, so
     // that the larger online size does not run off the screen.
     const QPoint centre = geometry().center();
@@ -59,6 +63,20 @@ void baseWindow::setContent(QWidget *view, QSize size)
     view->setFocus();
     if (auto *login = qobject_cast<logInViewController *>(view))
         login->usernameField()->setFocus();
+}
+
+void baseWindow::retire(QPointer<QWidget> view)
+{
+    // A view may go while one of its alerts is open (the link came up meanwhile); the alert's
+    // code still runs on the view's stack. Deleting under it would pull the view away from
+    // that code, so wait until no modal window is open.
+    if (!view)
+        return;
+    if (QApplication::activeModalWidget()) {
+        QTimer::singleShot(200, this, [this, view] { retire(view); });
+        return;
+    }
+    view->deleteLater();
 }
 
 void baseWindow::showFirstView()

@@ -46,6 +46,7 @@ protected:
 
 private:
     void setContent(QWidget *view, QSize size);
+    void retire(QPointer<QWidget> view);
 
     DVAppHost *_host;
     LogInFactory _factory;

@@ -7,6 +7,7 @@
 
 #include <QCheckBox>
 #include <QHeaderView>
+#include <QPointer>
 #include <QPushButton>
 #include <QTableWidget>
 #include <QVBoxLayout>
@@ -64,6 +65,8 @@ void netList::commitClick()
 
 void netList::dialFinished(const DVError &error, bool failed)
 {
+    // The alert runs a nested event loop; this window may be gone when it returns.
+    QPointer<netList> self(this);
     if (failed) {
         DVLOG() << "dial failed: " << error.domain << " " << error.code;
         MessageBox::show(
@@ -74,5 +77,6 @@ void netList::dialFinished(const DVError &error, bool failed)
              QStringLiteral("%1\n%2\n%3").arg(error.domain, error.localizedDescription, error.localizedFailureReason),
              {QStringLiteral("确定"), QStringLiteral("设置")}});
     }
-    accept();
+    if (self)
+        accept();
 }
