@@ -1,18 +1,76 @@
 #!/usr/bin/env bash
-# The client's main job on one machine: starts the provider simulator on 127.0.0.1, connects
-# with the headless client over the simulated dialing back-end (the access concentrator of the
-# simulator checks the dial name), keeps the heartbeat for a while, hangs up and shows what the
-# simulator verified.
+# The client's main job on one machine, against the provider simulator on 127.0.0.1.
 #
-#   ./scripts/demo.sh [seconds] [area]      (seconds 0: until Ctrl-C)
+# With a display: starts the simulator and the windowed client `dorvik` on the simulated
+# dialing back-end (two network interfaces); log in as demo / demo123 and close the window to
+# end the demo.
+#
+# Without a display: runs `dorvik` under Xvfb, logs in by typing as a user would (xdotool) and
+# writes a screenshot of each step (log-in view, area selection, interface choice, an error
+# alert, the online state) into build/demo-screenshots/; then connects the headless client
+# for a while, hangs up and shows what the simulator verified.
+#
+#   ./scripts/demo.sh [seconds] [area]      (seconds 0: until Ctrl-C; headless part only)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-40}
 area=${2:-1001}
+shots="$PWD/build/demo-screenshots"
+
+# --- the scripted log-in, run inside Xvfb by the headless demo (internal) ---
+if [ "${1:-}" = "--scripted-windows" ]; then
+  shots=$2; area=$3; work=$4
+  app_pid=""
+  shot() { import -window "$1" "$shots/$2.png" && echo "  $2.png"; }
+  window() { # title -> window id, waiting for it to appear
+    local id=""
+    for _ in $(seq 100); do
+      id=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | tail -n1 || true)
+      [ -n "$id" ] && { echo "$id"; return 0; }
+      sleep 0.1
+    done
+    echo "demo: no window named '$1'" >&2; return 1
+  }
+  start_dorvik() {
+    QT_QPA_PLATFORM=xcb ./build/bin/dorvik --backend simulated "$@" >>"$work/dorvik.log" 2>&1 &
+    app_pid=$!
+  }
+  stop_dorvik() { kill -TERM "$app_pid" 2>/dev/null; wait "$app_pid" 2>/dev/null || true; }
+
+  # A first start in a fresh home asks for the area.
+  XDG_CONFIG_HOME="$work/fresh" XDG_DATA_HOME="$work/fresh" start_dorvik
+  main=$(window '^dorvik$'); sleep 1
+  shot "$main" 2-area
+  stop_dorvik
+
+  start_dorvik --area "$area" --heartbeat-scale 4
+  main=$(window '^dorvik$'); sleep 1
+  xdotool windowfocus --sync "$main"
+  xdotool type --delay 40 demo; xdotool key Tab; xdotool type --delay 40 demo123
+  sleep 0.3; shot "$main" 1-login
+  xdotool key Return                              # connect: two interfaces, so it asks
+  choice=$(window '网卡选择'); sleep 0.5
+  shot "$choice" 3-interfaces
+  xdotool key Down Return                         # the wireless interface is down
+  alert=$(window '^错误$'); sleep 0.5
+  shot "$alert" 4-error
+  xdotool key Return                              # close the alert
+  sleep 0.5
+  xdotool windowfocus --sync "$main"; xdotool key Return
+  choice=$(window '网卡选择'); sleep 0.3
+  xdotool key Return                              # the wired one
+  for _ in $(seq 100); do                         # the window grows when online
+    [ "$(xdotool getwindowgeometry "$main" | awk '/Geometry/ {print $2}')" = "900x610" ] && break
+    sleep 0.1
+  done
+  sleep 1.5; shot "$main" 5-online
+  stop_dorvik
+  exit 0
+fi
 
 bash scripts/setup.sh >/dev/null
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build --target dorvik-cli dorvik-sim
+cmake --build build --target dorvik-cli dorvik-sim dorvik
 
 work=$(mktemp -d)
 sim_pid=""
@@ -30,6 +88,18 @@ sim_pid=$!
 for _ in $(seq 50); do grep -q '"ready"' "$work/sim.out" 2>/dev/null && break; sleep 0.1; done
 echo "simulator: $(head -n1 "$work/sim.out")"
 
+if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+  echo "windowed client on the simulated back-end (area $area): log in as demo / demo123, close the window to end"
+  ./build/bin/dorvik --backend simulated --area "$area" --heartbeat-scale 4
+  kill -INT "$sim_pid"; wait "$sim_pid" 2>/dev/null || true; sim_pid=""
+  echo "simulator: $(tail -n1 "$work/sim.out")"
+  exit 0
+fi
+
+echo "no display: the windowed client under Xvfb, screenshots of a scripted log-in into $shots"
+rm -rf "$shots"; mkdir -p "$shots"
+xvfb-run -a -s "-screen 0 1280x1024x24" bash "$0" --scripted-windows "$shots" "$area" "$work"
+
 echo "connecting as demo (area $area); heartbeat pauses shortened fourfold for the demo"
 echo demo123 | ./build/bin/dorvik-cli connect --user demo --password-stdin --backend simulated \
   --area "$area" --heartbeat-scale 4 &
@@ -44,4 +114,5 @@ set -e
 
 kill -INT "$sim_pid"; wait "$sim_pid" 2>/dev/null || true; sim_pid=""
 echo "simulator: $(tail -n1 "$work/sim.out")"
+echo "screenshots of the windowed log-in: $shots"
 exit $rc

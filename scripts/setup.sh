@@ -11,8 +11,9 @@ packages=(
   nlohmann-json3-dev libssl-dev openssl libsecret-1-dev libglib2.0-dev libqrencode-dev
   # the update installer unpacks packages with libarchive
   libarchive-dev
-  # a font with Chinese glyphs for the windows' texts
-  fonts-wqy-microhei
+  # the windowed client: Qt Widgets, a font with Chinese glyphs; the window tests and the
+  # headless demo run it on a virtual X server and drive and capture it there
+  fonts-wqy-microhei xvfb xauth xdotool x11-utils imagemagick
   # unit tests
   libgtest-dev libgmock-dev
   # real components the integration tests start: a keyring, a notification service,

@@ -52,6 +52,7 @@ int SimulatedPlatform::networkConnectionGetStatus(const NetworkConnectionRef &co
 bool SimulatedPlatform::networkConnectionStart(const NetworkConnectionRef &connection, const QVariantMap &userOptions,
                                                bool)
 {
+    _state->blockLikeTheSystem();
     const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
     if (!c)
         return _state->fail(PlatformStatus::InvalidArgument);
@@ -118,6 +119,7 @@ bool SimulatedPlatform::networkConnectionStart(const NetworkConnectionRef &conne
 
 bool SimulatedPlatform::networkConnectionStop(const NetworkConnectionRef &connection, bool)
 {
+    _state->blockLikeTheSystem();
     const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
     if (!c)
         return _state->fail(PlatformStatus::InvalidArgument);

@@ -146,6 +146,7 @@ bool SimulatedPlatform::preferencesUnscheduleFromRunLoop(const PreferencesRef &p
 
 bool SimulatedPlatform::preferencesLock(const PreferencesRef &prefs, bool)
 {
+    _state->blockLikeTheSystem();
     const auto p = std::dynamic_pointer_cast<SimPrefs>(prefs);
     if (!p)
         return _state->fail(PlatformStatus::InvalidArgument);
@@ -200,6 +201,7 @@ NetworkSetRef SimulatedPlatform::networkSetCopyCurrent(const PreferencesRef &pre
 
 std::optional<std::vector<NetworkServiceRef>> SimulatedPlatform::networkSetCopyServices(const NetworkSetRef &set)
 {
+    _state->blockLikeTheSystem();
     if (!std::dynamic_pointer_cast<SimSet>(set)) {
         _state->fail(PlatformStatus::InvalidArgument);
         return std::nullopt;

@@ -37,6 +37,11 @@ struct SimulatedConfig
     // Time from "connecting" to the authentication, and from an accepted authentication to
     // "connected"; also the time a hang-up takes.
     int stepDelayMs = 300;
+    // How long each call that asks the system (opening the configuration, locking it, listing
+    // its services, starting and stopping a link) blocks its caller, as a busy system service
+    // or a password prompt would. 0 in normal use; set to seconds to show that callers do not
+    // freeze.
+    int callDelayMs = 0;
     // The local address the link gets.
     QString ipv4Address = QStringLiteral("10.64.0.2");
     // No hook: every non-empty dial name and password is accepted.

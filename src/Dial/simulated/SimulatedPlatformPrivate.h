@@ -8,9 +8,11 @@
 #include <QObject>
 #include <QTimer>
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace SimulatedObjects {
@@ -84,6 +86,13 @@ struct SimulatedPlatform::State
     std::map<QString, bool> linkActive;
     int lastError = PlatformStatus::Ok;
     int nextId = 1;
+
+    // Blocks the calling thread for the configured call delay.
+    void blockLikeTheSystem() const
+    {
+        if (config.callDelayMs > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(config.callDelayMs));
+    }
 
     bool fail(int code)
     {

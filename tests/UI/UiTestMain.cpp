@@ -1,5 +1,5 @@
-// Main of the widget tests: the offscreen platform (no display needed), an isolated home for
-// preferences and logs, one QApplication, then GoogleTest.
+// A main for the window tests: an isolated home as for every test, a QApplication, and the
+// offscreen platform unless the run asks for a real display (screenshots under Xvfb).
 #include <gtest/gtest.h>
 
 #include <QApplication>
@@ -8,8 +8,6 @@
 
 int main(int argc, char **argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
     QTemporaryDir sandbox(QDir::tempPath() + QStringLiteral("/dorvik-uitest-XXXXXX"));
     const QByteArray root = sandbox.path().toUtf8();
     qputenv("HOME", root + "/home");
@@ -18,6 +16,8 @@ int main(int argc, char **argv)
     qputenv("XDG_CACHE_HOME", root + "/cache");
     qputenv("DORVIK_TEST_SANDBOX", root);
     QDir().mkpath(sandbox.path() + QStringLiteral("/home"));
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
 
     QApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);

@@ -1,0 +1,86 @@
+// dorvik: the windowed client. Sets up logging, reads the configuration, starts the controller
+// on its own thread and hands over to the application delegate and its main window.
+
+#include "AppDelegate.h"
+#include "FirstPaintProbe.h"
+#include "UnixSignals.h"
+#include "baseWindow.h"
+
+#include "App/ConnectionSetup.h"
+#include "App/DVAppHost.h"
+#include "Util/Log.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+
+#include <csignal>
+#include <cstdio>
+
+namespace {
+// --help and --version answer without a display.
+bool onlyAsksForText(int argc, char **argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        const QByteArray arg(argv[i]);
+        if (arg == "--help" || arg == "-h" || arg == "--version" || arg == "-v")
+            return true;
+    }
+    return false;
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (onlyAsksForText(argc, argv)) {
+        QCoreApplication app(argc, argv);
+        QCoreApplication::setApplicationVersion(QStringLiteral(DORVIK_VERSION));
+        QCommandLineParser parser;
+        parser.setApplicationDescription(QStringLiteral("dorvik broadband client"));
+        parser.addHelpOption();
+        parser.addVersionOption();
+        ConnectionSetup::addOptions(parser);
+        parser.process(app);
+        return 0;
+    }
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("dorvik"));
+    QApplication::setApplicationVersion(QStringLiteral(DORVIK_VERSION));
+    QApplication::setApplicationDisplayName(QStringLiteral("dorvik"));
+    // Closing the window hangs up first; the delegate quits when that is done.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("dorvik broadband client"));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    ConnectionSetup::addOptions(parser);
+    parser.process(app);
+
+    // Logging first: everything after this, windows included, reaches the daily file.
+    Log::install(Log::defaultDirectory());
+
+    QString error;
+    const auto settings = ConnectionSetup::settingsFrom(parser, &error);
+    if (!settings) {
+        std::fprintf(stderr, "dorvik: %s\n", qPrintable(error));
+        return 2;
+    }
+    if (!ConnectionSetup::loadConfiguration(*settings, &error)) {
+        DVLOG() << "dorvik: " << error;
+        return 1;
+    }
+
+    QString backendError;
+    DVAppHost host([&settings, &backendError] { return ConnectionSetup::makeApp(*settings, &backendError); });
+    if (!backendError.isEmpty()) {
+        DVLOG() << "dorvik: " << backendError;
+        return 2;
+    }
+
+    AppDelegate delegate(&host);
+    UnixSignals signals({SIGINT, SIGTERM});
+    QObject::connect(&signals, &UnixSignals::received, &delegate, [&delegate] { delegate.terminate(); });
+    delegate.applicationDidFinishLaunching();
+    installFirstPaintProbe(delegate.window());
+    return QApplication::exec();
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "logInViewController.h"
+
+#include "Util/DVEvent.h"
+
+#include <QMainWindow>
+#include <QPointer>
+
+#include <functional>
+
+class DVAppHost;
+
+// The main window: one content view at a time, switched by the dial-status event (delivered on
+// the main queue): the online view at 900 × 610 while connected, the log-in view at 280 × 470
+// otherwise. The sizes are those of the window itself, menu bar included.
+class baseWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    // Makes each new log-in view (tests inject timers and a keychain).
+    using LogInFactory = std::function<logInViewController *(DVAppHost *host, bool firstView, QWidget *parent)>;
+
+    explicit baseWindow(DVAppHost *host, LogInFactory factory = {}, QWidget *parent = nullptr);
+    ~baseWindow() override;
+
+    static constexpr QSize OnlineSize{900, 610};
+    static constexpr QSize LogInSize{280, 470};
+
+    void stateChange(const DVEventObjectPtr &object);
+    // The first view: the area selection when no area was ever chosen, else the log-in view.
+    void showFirstView();
+    void showLogIn();
+    void showArea();
+    void showOnline();
+
+    QWidget *currentView() const { return _currentView; }
+    logInViewController *logInView() const { return qobject_cast<logInViewController *>(_currentView); }
+
+Q_SIGNALS:
+    // The user closed the window: the owner hangs up and quits.
+    void closeRequested();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    void setContent(QWidget *view, QSize size);
+    void retire(QPointer<QWidget> view);
+
+    DVAppHost *_host;
+    LogInFactory _factory;
+    QPointer<QWidget> _currentView;
+    bool _firstLogIn = true;
+};

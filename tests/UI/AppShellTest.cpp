@@ -1,0 +1,124 @@
+// The application shell: the menu commands, the main window's reaction to every dial state,
+// and the real program's start and end.
+
+#include "UiTestSupport.h"
+
+#include "AppDelegate.h"
+#include "MessageBox.h"
+
+#include "support/LogCapture.h"
+
+#include "Conf/Conf.h"
+#include "Conf/UIConf.h"
+#include "Util/UserDefaults.h"
+
+#include <QProcess>
+#include <QProgressBar>
+#include <QPushButton>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+using namespace UiTest;
+
+namespace {
+
+class AppShell : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        useDemoConfiguration();
+        resetPreferences();
+        MessageBox::clearShown();
+        MessageBox::setDefaultAnswer(0);
+    }
+    void TearDown() override { MessageBox::setDefaultAnswer(std::nullopt); }
+};
+
+TEST_F(AppShell, UpdateCommandNeedsAConnectionAndResetForgetsTheInterface)
+{
+    auto host = makeHost(machine(1));
+    AppDelegate delegate(host.get());
+    delegate.applicationDidFinishLaunching();
+    EXPECT_EQ(delegate.window()->windowTitle(), QStringLiteral("dorvik"));
+    EXPECT_EQ(delegate.window()->size(), baseWindow::LogInSize);
+
+    int opened = 0;
+    AppDelegate::setUpdateDialogOpener([&](QWidget *) { ++opened; });
+    delegate.checkUpdate();
+    ASSERT_EQ(MessageBox::shown().size(), 1u);
+    EXPECT_EQ(MessageBox::shown()[0].messageText, QStringLiteral("提示"));
+    EXPECT_EQ(MessageBox::shown()[0].informativeText, QStringLiteral("请连接后再尝试更新"));
+    EXPECT_EQ(opened, 0);
+    UserDefaults::saveConf(true, QStringLiteral("isconnected"));
+    delegate.checkUpdate();
+    EXPECT_EQ(opened, 1);
+    EXPECT_EQ(MessageBox::shown().size(), 1u);
+    AppDelegate::setUpdateDialogOpener({});
+
+    UIConf::shared().setRememberPWd(true);
+    UIConf::shared().setRememberInterface(true);
+    UIConf::shared().setAutoLogin(true);
+    Conf::shared()->user.setDefaultInterface(QStringLiteral("eth0"));
+    delegate.onRestDefaultInterfaceBtnClick();
+    EXPECT_FALSE(UIConf::shared().ifRememberInterface());
+    EXPECT_FALSE(UIConf::shared().ifAutoLogin());
+    EXPECT_TRUE(UIConf::shared().ifRememberPWd());
+    EXPECT_FALSE(Conf::shared()->user.getDefaultInterface().has_value());
+}
+
+TEST_F(AppShell, MainWindowFollowsTheStateTable)
+{
+    auto host = makeHost(machine(1));
+    auto window = makeWindow(host.get());
+    window->showLogIn();
+    LogCapture log;
+    window->stateChange(nullptr);
+    EXPECT_TRUE(log.contains(QStringLiteral("状态为空")));
+
+    const auto fire = [&](qint64 state) { window->stateChange(DVDialStatusEvent::eventWithSates(state)); };
+    fire(DVDialStateInProgress);
+    EXPECT_TRUE(window->logInView()->isBusy());
+    EXPECT_FALSE(window->logInView()->connectButton()->isEnabled());
+    fire(DVDialStateDisconnected);
+    EXPECT_FALSE(window->logInView()->isBusy());
+    fire(DVDialStateConnected);
+    EXPECT_EQ(window->size(), baseWindow::OnlineSize);
+    EXPECT_TRUE(UserDefaults::getConf(QStringLiteral("isconnected")));
+    QWidget *online = window->currentView();
+    fire(DVDialStateConnected); // already online: nothing changes
+    EXPECT_EQ(window->currentView(), online);
+    fire(DVDialStateInProgress); // the online view has no busy state
+    fire(DVDialStateDisconnected);
+    ASSERT_TRUE(window->logInView());
+    EXPECT_EQ(window->size(), baseWindow::LogInSize);
+    EXPECT_FALSE(UserDefaults::getConf(QStringLiteral("isconnected")));
+}
+
+TEST_F(AppShell, ProgramAnswersVersionAndQuitsPromptlyOnSignals)
+{
+    QProcess version;
+    version.start(QStringLiteral(DORVIK_PROGRAM), {QStringLiteral("--version")});
+    ASSERT_TRUE(version.waitForFinished(10000));
+    EXPECT_TRUE(version.readAllStandardOutput().startsWith("dorvik "));
+
+    for (const int sig : {SIGINT, SIGTERM}) {
+        QProcess program;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        program.setProcessEnvironment(env);
+        program.start(QStringLiteral(DORVIK_PROGRAM), {QStringLiteral("--backend"), QStringLiteral("simulated"),
+                                                       QStringLiteral("--area"), QStringLiteral("1001")});
+        ASSERT_TRUE(program.waitForStarted(10000));
+        // Still running after a while: the window is up.
+        ASSERT_FALSE(program.waitForFinished(1500)) << program.readAllStandardError().toStdString();
+        ::kill(pid_t(program.processId()), sig);
+        ASSERT_TRUE(program.waitForFinished(5000)) << "signal " << sig;
+        EXPECT_EQ(program.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(program.exitCode(), 0);
+    }
+}
+
+} // namespace

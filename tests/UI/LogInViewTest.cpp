@@ -1,0 +1,276 @@
+// The log-in view and the main window it lives in, driven as a user would, over the simulated
+// machine: the input checks, the choice of interface, the dial errors, the check boxes, the
+// dynamic-password countdown and a back-end that blocks for seconds.
+
+#include "UiTestSupport.h"
+
+#include "MessageBox.h"
+#include "netList.h"
+#include "wifiViewController.h"
+
+#include "Conf/Conf.h"
+#include "Conf/UIConf.h"
+#include "Util/UserDefaults.h"
+
+#include <QCheckBox>
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTest>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+using namespace UiTest;
+
+namespace {
+
+class LogInView : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        useDemoConfiguration();
+        resetPreferences();
+        MessageBox::clearShown();
+        MessageBox::setDefaultAnswer(0);
+        DyPwdCountdown::counter() = DyPwdCountdown::Seconds;
+    }
+    void TearDown() override
+    {
+        window.reset();
+        host.reset();
+        MessageBox::setDefaultAnswer(std::nullopt);
+    }
+
+    void open(int interfaces, int callDelayMs = 0) { openWith(machine(interfaces, callDelayMs)); }
+    void openWith(const SimulatedConfig &config)
+    {
+        host = makeHost(config);
+        window = makeWindow(host.get(), &ticks);
+        window->showLogIn();
+        window->show();
+    }
+    logInViewController *login() const { return window->logInView(); }
+    void type(const QString &name, const QString &password)
+    {
+        login()->usernameField()->setText(name);
+        login()->passwordField()->setText(password);
+    }
+    bool online() const { return qobject_cast<wifiViewController *>(window->currentView()) != nullptr; }
+    QStringList alertTexts() const
+    {
+        QStringList texts;
+        for (const auto &a : MessageBox::shown())
+            texts << a.messageText + QLatin1Char('|') + a.informativeText;
+        return texts;
+    }
+
+    std::unique_ptr<DVAppHost> host;
+    std::unique_ptr<baseWindow> window;
+    ManualTicks *ticks = nullptr;
+};
+
+TEST_F(LogInView, InputIsCheckedInOrderBeforeAnyDial)
+{
+    open(1);
+    const struct
+    {
+        QString name, password, expected;
+    } cases[] = {
+        {{}, {}, QStringLiteral("提示|用户名不能为空")},
+        {QStringLiteral("demo"), {}, QStringLiteral("提示|密码不能为空")},
+        {QStringLiteral("de mo"), QStringLiteral("demo123"), QStringLiteral("提示|用户名、密码不能包含空格")},
+        {QStringLiteral("demo"), QStringLiteral("demo\t123"), QStringLiteral("提示|用户名、密码不能包含空格")},
+    };
+    for (const auto &c : cases) {
+        MessageBox::clearShown();
+        type(c.name, c.password);
+        login()->connectButton()->click();
+        EXPECT_EQ(alertTexts(), QStringList{c.expected}) << c.name.toStdString();
+        EXPECT_EQ(host->pendingCalls(), 0) << "no request may leave for bad input";
+    }
+}
+
+TEST_F(LogInView, KeyboardStartsInAccountTabsToPasswordAndReturnConnects)
+{
+    open(1);
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    EXPECT_EQ(QApplication::focusWidget(), login()->usernameField());
+    QTest::keyClicks(login()->usernameField(), QStringLiteral("demo"));
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    EXPECT_EQ(QApplication::focusWidget(), login()->passwordField());
+    QTest::keyClick(login()->passwordField(), Qt::Key_Return);
+    EXPECT_EQ(alertTexts(), QStringList{QStringLiteral("提示|密码不能为空")});
+}
+
+TEST_F(LogInView, OneInterfaceDialsAtOnceAndTheWindowFollowsTheLink)
+{
+    open(1);
+    EXPECT_EQ(window->size(), baseWindow::LogInSize);
+    type(QStringLiteral("demo"), QStringLiteral("demo123"));
+    login()->connectButton()->click();
+    ASSERT_TRUE(waitFor([&] { return online(); })) << alertTexts().join(QLatin1Char('\n')).toStdString();
+    EXPECT_EQ(window->size(), baseWindow::OnlineSize);
+    EXPECT_TRUE(UserDefaults::getConf(QStringLiteral("isconnected")));
+    EXPECT_TRUE(MessageBox::shown().empty());
+
+    auto *wifi = qobject_cast<wifiViewController *>(window->currentView());
+    wifi->disconnButton()->click();
+    ASSERT_TRUE(waitFor([&] { return login() != nullptr; }));
+    EXPECT_EQ(window->size(), baseWindow::LogInSize);
+    EXPECT_FALSE(UserDefaults::getConf(QStringLiteral("isconnected")));
+    EXPECT_EQ(login()->usernameField()->text(), QStringLiteral("demo")) << "the last account name is offered";
+}
+
+TEST_F(LogInView, TwoInterfacesAskWhichOneUnlessARememberedOneIsValid)
+{
+    // Not remembered: the choice opens, its first row dials.
+    open(2);
+    type(QStringLiteral("demo"), QStringLiteral("demo123"));
+    login()->connectButton()->click();
+    ASSERT_TRUE(waitFor([&] { return login()->interfaceChoice() && login()->interfaceChoice()->isVisible(); }));
+    netList *choice = login()->interfaceChoice();
+    EXPECT_EQ(choice->windowTitle(), QStringLiteral("网卡选择"));
+    auto *rememberBox = choice->findChild<QCheckBox *>();
+    ASSERT_TRUE(rememberBox);
+    rememberBox->setChecked(true);
+    QTest::keyClick(choice->findChild<QTableWidget *>(), Qt::Key_Return);
+    ASSERT_TRUE(waitFor([&] { return online(); })) << alertTexts().join(QLatin1Char('\n')).toStdString();
+    EXPECT_TRUE(UIConf::shared().ifRememberInterface());
+    EXPECT_EQ(Conf::shared()->user.getDefaultInterface(), QStringLiteral("eth0"));
+
+    // Remembered and still there: the next dial goes out without asking.
+    window.reset();
+    host.reset();
+    ASSERT_TRUE(waitFor([] { return true; }));
+    open(2);
+    type(QStringLiteral("demo"), QStringLiteral("demo123"));
+    login()->connectButton()->click();
+    ASSERT_TRUE(waitFor([&] { return online(); }));
+    EXPECT_EQ(login(), nullptr);
+}
+
+TEST_F(LogInView, DialErrorIsShownWithItsCodeDomainAndText)
+{
+    SimulatedConfig config = machine(2);
+    config.interfaces.erase(config.interfaces.begin()); // only the wireless one, and it is down
+    openWith(config);
+    type(QStringLiteral("demo"), QStringLiteral("demo123"));
+    login()->connectButton()->click();
+    ASSERT_TRUE(waitFor([&] { return !MessageBox::shown().empty(); }));
+    const auto &alert = MessageBox::shown().front();
+    EXPECT_EQ(alert.messageText, QStringLiteral("错误号:20"));
+    EXPECT_TRUE(alert.informativeText.startsWith(QStringLiteral("PPPoE\n"))) << alert.informativeText.toStdString();
+    EXPECT_FALSE(online());
+    EXPECT_TRUE(waitFor([&] { return login()->connectButton()->isEnabled(); })) << "the button comes back";
+}
+
+TEST_F(LogInView, CheckBoxesKeepAutomaticLogInConsistent)
+{
+    open(1);
+    login()->autoLogInBox()->setChecked(true);
+    EXPECT_TRUE(UIConf::shared().ifAutoLogin());
+    EXPECT_TRUE(UIConf::shared().ifRememberPWd());
+    EXPECT_TRUE(UIConf::shared().ifRememberInterface());
+    EXPECT_TRUE(login()->rememberPasswordBox()->isChecked());
+
+    type(QStringLiteral("demo"), QStringLiteral("demo123"));
+    login()->rememberPasswordBox()->setChecked(false);
+    EXPECT_FALSE(UIConf::shared().ifAutoLogin());
+    EXPECT_FALSE(UIConf::shared().ifRememberPWd());
+    EXPECT_FALSE(login()->autoLogInBox()->isChecked());
+    EXPECT_TRUE(UIConf::shared().ifRememberInterface()) << "only automatic log-in depends on the password";
+}
+
+TEST_F(LogInView, DynamicPasswordCountdownAndResult)
+{
+    useDemoConfiguration(QStringLiteral("1001")); // an area that logs in with dynamic passwords
+    open(1);
+    QPushButton *button = login()->dynamicPasswordButton();
+    login()->usernameField()->clear();
+    button->click();
+    EXPECT_EQ(alertTexts(), QStringList{QStringLiteral("错误|用户名不能为空")});
+    EXPECT_FALSE(ticks->running);
+
+    login()->usernameField()->setText(QStringLiteral("demo"));
+    button->click(); // the first tick comes at once
+    EXPECT_EQ(button->text(), QStringLiteral("90s后重试"));
+    EXPECT_FALSE(button->isEnabled());
+    for (int tick = 2; tick <= 46; ++tick)
+        ticks->tick();
+    EXPECT_EQ(button->text(), QStringLiteral("45s后重试"));
+    for (int tick = 47; tick <= 90; ++tick)
+        ticks->tick();
+    EXPECT_EQ(button->text(), QStringLiteral("1s后重试"));
+    EXPECT_FALSE(button->isEnabled());
+    ticks->tick(); // the 91st
+    EXPECT_EQ(button->text(), QStringLiteral("动态密码登陆"));
+    EXPECT_TRUE(button->isEnabled());
+    EXPECT_FALSE(ticks->running);
+
+    // The outcome of a request, as the request reports it.
+    const struct
+    {
+        std::optional<DVError> err;
+        QString expected;
+    } outcomes[] = {
+        {std::nullopt, QStringLiteral("发送动态密码成功")},
+        {DVError(QStringLiteral("dynamicPwd"), 1, QStringLiteral("动态密码发送超时")),
+         QStringLiteral("动态密码发送超时")},
+        {DVError(QStringLiteral("dynamicPwd"), 2, QString()), QStringLiteral("发送动态密码失败")},
+    };
+    for (const auto &o : outcomes) {
+        MessageBox::clearShown();
+        DyPwdCheckNotificationInfo info;
+        info.err = o.err;
+        DVNotificationCenter::defaultCenter().postNotificationName(
+            DVNotification::DVNotificationNameDyPwd, {{DVNotification::NotificationInfoKeyDyPwdCheck, info}});
+        ASSERT_TRUE(waitFor([] { return !MessageBox::shown().empty(); }));
+        EXPECT_EQ(alertTexts(), QStringList{QStringLiteral("动态密码|") + o.expected});
+    }
+}
+
+TEST_F(LogInView, SlowBackEndKeepsTheWindowPaintingAndGivesTheSameOutcome)
+{
+    const int delayMs = 700; // every system call of the back-end blocks this long
+    open(1, delayMs);
+    type(QStringLiteral("demo"), QStringLiteral("demo123"));
+
+    // A 10 ms timer on the main thread stands for the frames: it fires only while the event
+    // loop runs. Each tick also repaints the view.
+    QElapsedTimer clock;
+    qint64 last = 0, worstGap = 0;
+    int paints = 0, busyTicks = 0;
+    QTimer frame;
+    frame.setInterval(10);
+    QObject::connect(&frame, &QTimer::timeout, [&] {
+        const qint64 now = clock.elapsed();
+        worstGap = std::max(worstGap, now - last);
+        last = now;
+        if (auto *view = login()) {
+            view->repaint();
+            ++paints;
+            if (view->isBusy() && !view->connectButton()->isEnabled() && view->findChild<QProgressBar *>()->isVisible())
+                ++busyTicks;
+        }
+    });
+    clock.start();
+    frame.start();
+    login()->connectButton()->click();
+    ASSERT_TRUE(waitFor([&] { return online(); }, 30000)) << alertTexts().join(QLatin1Char('\n')).toStdString();
+    frame.stop();
+
+    RecordProperty("worstFrameGapMs", int(worstGap));
+    RecordProperty("dialMs", int(clock.elapsed()));
+    EXPECT_GE(clock.elapsed(), 3 * delayMs) << "the dial went through the slow calls";
+    EXPECT_LT(worstGap, 300) << "the event loop was held while the back-end blocked";
+    EXPECT_GT(paints, 50);
+    EXPECT_GT(busyTicks, 30) << "the busy state shows while the calls are in flight";
+    EXPECT_TRUE(MessageBox::shown().empty());
+}
+
+} // namespace

@@ -1,0 +1,131 @@
+// Every view on a real X server (Xvfb), captured from the screen as a user would see it: each
+// picture must show something (not one flat colour) and the main window must have the size of
+// its state. The pictures are kept for people to look at (Chinese must be drawn as glyphs).
+
+#include "UiTestSupport.h"
+
+#include "AppDelegate.h"
+#include "MessageBox.h"
+#include "netList.h"
+#include "wifiViewController.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QImage>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScreen>
+#include <QTableWidget>
+#include <QTest>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+using namespace UiTest;
+
+namespace {
+
+QString shotDir()
+{
+    const QString dir = qEnvironmentVariableIsEmpty("DORVIK_SCREENSHOT_DIR")
+                            ? QStringLiteral(DORVIK_SCREENSHOT_DEFAULT_DIR)
+                            : qEnvironmentVariable("DORVIK_SCREENSHOT_DIR");
+    QDir().mkpath(dir);
+    return dir;
+}
+
+// Captures the widget's window from the screen, saves it and checks that it is not blank.
+QImage shoot(QWidget *widget, const QString &name)
+{
+    QWidget *top = widget->window();
+    waitFor([] { return false; }, 300); // let the window be mapped and painted
+    const QRect frame = top->geometry();
+    const QImage image =
+        QGuiApplication::primaryScreen()->grabWindow(0, frame.x(), frame.y(), frame.width(), frame.height()).toImage();
+    image.save(shotDir() + QLatin1Char('/') + name + QStringLiteral(".png"));
+    std::set<QRgb> colours;
+    for (int y = 0; y < image.height(); y += 3)
+        for (int x = 0; x < image.width(); x += 3)
+            colours.insert(image.pixel(x, y));
+    EXPECT_GT(colours.size(), 8u) << name.toStdString() << " looks blank";
+    return image;
+}
+
+class Screenshots : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (QGuiApplication::platformName() != QLatin1String("xcb"))
+            GTEST_SKIP() << "needs an X server (run under xvfb-run)";
+        useDemoConfiguration();
+        resetPreferences();
+        MessageBox::setDefaultAnswer(0);
+    }
+    void TearDown() override { MessageBox::setDefaultAnswer(std::nullopt); }
+};
+
+TEST_F(Screenshots, EveryViewOfALogIn)
+{
+    auto host = makeHost(machine(2));
+    AppDelegate delegate(host.get());
+    delegate.applicationDidFinishLaunching();
+    baseWindow *window = delegate.window();
+    window->move(40, 40);
+
+    // The log-in view, with an account typed in.
+    window->logInView()->usernameField()->setText(QStringLiteral("demo"));
+    window->logInView()->passwordField()->setText(QStringLiteral("demo123"));
+    EXPECT_EQ(shoot(window, QStringLiteral("1-login")).size(), baseWindow::LogInSize);
+
+    // The area selection.
+    window->showArea();
+    EXPECT_EQ(shoot(window, QStringLiteral("2-area")).size(), baseWindow::LogInSize);
+    window->showLogIn();
+    window->logInView()->usernameField()->setText(QStringLiteral("demo"));
+    window->logInView()->passwordField()->setText(QStringLiteral("demo123"));
+
+    // The interface choice: the simulated machine has two.
+    window->logInView()->connectButton()->click();
+    ASSERT_TRUE(waitFor([&] { return window->logInView()->interfaceChoice(); }));
+    netList *choice = window->logInView()->interfaceChoice();
+    choice->move(100, 140);
+    shoot(choice, QStringLiteral("3-interfaces"));
+
+    // An error alert, as a real box on the screen: the down wireless interface.
+    MessageBox::setDefaultAnswer(std::nullopt);
+    QTimer::singleShot(600, [] {
+        if (QWidget *box = QApplication::activeModalWidget()) {
+            shoot(box, QStringLiteral("4-error"));
+            box->close();
+        }
+    });
+    choice->findChild<QTableWidget *>()->selectRow(1);
+    choice->findChild<QPushButton *>()->click();
+    ASSERT_TRUE(waitFor([&] { return !window->logInView()->interfaceChoice(); }));
+    MessageBox::setDefaultAnswer(0);
+
+    // The online state, dialled on the wired interface.
+    window->logInView()->connectButton()->click();
+    ASSERT_TRUE(waitFor([&] { return window->logInView()->interfaceChoice(); }));
+    window->logInView()->interfaceChoice()->findChild<QPushButton *>()->click();
+    ASSERT_TRUE(waitFor([&] { return qobject_cast<wifiViewController *>(window->currentView()) != nullptr; }));
+    EXPECT_EQ(shoot(window, QStringLiteral("5-online")).size(), baseWindow::OnlineSize);
+}
+
+TEST_F(Screenshots, QrCodeLogIn)
+{
+    useDemoConfiguration(QStringLiteral("1002")); // an area that offers the QR code
+    auto host = makeHost(machine(1));
+    auto window = makeWindow(host.get());
+    window->showLogIn();
+    window->move(40, 40);
+    window->show();
+    if (window->logInView()->dialType() != QStringLiteral("qrcode"))
+        window->logInView()->dialTypeSwitchButton()->click();
+    EXPECT_EQ(shoot(window.get(), QStringLiteral("6-qrcode")).size(), baseWindow::LogInSize);
+}
+
+} // namespace

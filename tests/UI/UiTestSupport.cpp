@@ -1,0 +1,89 @@
+#include "UiTestSupport.h"
+
+#include "App/DVApp.h"
+#include "Conf/Conf.h"
+#include "Conf/UIConf.h"
+#include "Dial/PPPoE.h"
+#include "Util/UserDefaults.h"
+#include "Util/keychain/Keychain.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+
+#include <nlohmann/json.hpp>
+
+namespace UiTest {
+
+void useDemoConfiguration(const QString &area)
+{
+    QFile demo(QStringLiteral(DORVIK_DEMO_CONFIG));
+    if (!demo.open(QIODevice::ReadOnly))
+        return;
+    const QByteArray raw = demo.readAll();
+    auto config = nlohmann::ordered_json::parse(raw.constData(), raw.constData() + raw.size());
+    // Nothing to reach: the connection's tasks end at once.
+    config["business"]["host"] = {{"default", ""}};
+    config["heart"]["negotiateurl"] = {{"default", "http://127.0.0.1:9/negotiate"}};
+    config["heart"]["hearbeaturl"] = {{"default", "http://127.0.0.1:9/heartbeat"}};
+    config["sms"]["host"] = {{"default", "127.0.0.1"}};       // no port: does not run
+    config["dynmicpwd"]["host"] = {{"default", "127.0.0.1"}}; // no port: refused at once
+    Conf::setShared(Conf::fromJson(QByteArray::fromStdString(config.dump())));
+    UIConf::shared().setArea(area);
+}
+
+void resetPreferences()
+{
+    UIConf &ui = UIConf::shared();
+    ui.setRememberInterface(false);
+    ui.setRememberPWd(false);
+    ui.setAutoLogin(false);
+    UserDefaults::saveConf(false, QStringLiteral("isconnected"));
+}
+
+SimulatedConfig machine(int interfaces, int callDelayMs)
+{
+    SimulatedConfig config;
+    config.interfaces.resize(size_t(interfaces));
+    config.stepDelayMs = 20;
+    config.callDelayMs = callDelayMs;
+    config.authHook = [](const QString &, const QString &password, std::function<void(bool, QString)> done) {
+        done(password == QStringLiteral("demo123"), QStringLiteral("wrong password"));
+    };
+    return config;
+}
+
+std::unique_ptr<DVAppHost> makeHost(const SimulatedConfig &config)
+{
+    return std::make_unique<DVAppHost>([config] {
+        return std::make_unique<DVApp>(std::make_unique<PPPoE>(std::make_unique<SimulatedPlatform>(config)));
+    });
+}
+
+std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks)
+{
+    return std::make_unique<baseWindow>(host, [ticks](DVAppHost *h, bool first, QWidget *parent) {
+        logInViewController::Options options;
+        auto manual = std::make_unique<ManualTicks>();
+        if (ticks)
+            *ticks = manual.get();
+        options.countdownTicks = std::move(manual);
+        options.keychain = std::make_shared<NullKeychain>();
+        options.allowAutoLogin = first;
+        return new logInViewController(h, std::move(options), parent);
+    });
+}
+
+bool waitFor(const std::function<bool()> &done, int timeoutMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return true;
+}
+
+} // namespace UiTest

@@ -1,0 +1,57 @@
+#pragma once
+
+// Shared set-up of the window tests: the demo configuration with no servers to reach, a
+// controller host over a simulated machine, and a main window whose log-in views use a
+// hand-driven countdown and no keychain.
+
+#include "App/DVAppHost.h"
+#include "Dial/simulated/SimulatedPlatform.h"
+#include "DyPwdCountdown.h"
+#include "baseWindow.h"
+
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+namespace UiTest {
+
+// Loads the demo configuration (servers unreachable on purpose) and selects `area`.
+void useDemoConfiguration(const QString &area = QStringLiteral("default"));
+// Forgets every preference the views write.
+void resetPreferences();
+
+// A machine with `interfaces` of the two simulated ones (eth0 up, wlan0 down), where the
+// access concentrator accepts only the password "demo123".
+SimulatedConfig machine(int interfaces, int callDelayMs = 0);
+std::unique_ptr<DVAppHost> makeHost(const SimulatedConfig &config);
+
+// A tick source the test drives.
+class ManualTicks : public TickSource
+{
+public:
+    void start(std::function<void()> onTick) override
+    {
+        _onTick = std::move(onTick);
+        running = true;
+        _onTick();
+    }
+    void stop() override { running = false; }
+    void tick()
+    {
+        if (running && _onTick)
+            _onTick();
+    }
+    bool running = false;
+
+private:
+    std::function<void()> _onTick;
+};
+
+// The main window over `host`; the log-in views it makes use `ticks` (may be null).
+std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks = nullptr);
+
+// Runs the event loop until `done` or the time-out.
+bool waitFor(const std::function<bool()> &done, int timeoutMs = 10000);
+
+} // namespace UiTest
