@@ -2,6 +2,7 @@
 
 #include "MessageBox.h"
 #include "baseWindow.h"
+#include "checkUpdateViewController.h"
 
 #include "App/DVAppHost.h"
 #include "Conf/UIConf.h"
@@ -14,25 +15,12 @@
 #include <QScreen>
 #include <QTimer>
 
-namespace {
-std::function<void(QWidget *)> &updateDialogOpener()
-{
-    static std::function<void(QWidget *)> opener;
-    return opener;
-}
-} // namespace
-
 AppDelegate::AppDelegate(DVAppHost *host, QObject *parent)
     : QObject(parent)
     , _host(host)
 {}
 
 AppDelegate::~AppDelegate() = default;
-
-void AppDelegate::setUpdateDialogOpener(std::function<void(QWidget *)> opener)
-{
-    updateDialogOpener() = std::move(opener);
-}
 
 void AppDelegate::applicationDidFinishLaunching()
 {
@@ -76,10 +64,12 @@ void AppDelegate::checkUpdate()
         setAlert(QStringLiteral("确定"), QStringLiteral("提示"), QStringLiteral("请连接后再尝试更新"));
         return;
     }
-    if (updateDialogOpener())
-        updateDialogOpener()(_window.get());
-    else
-        DVLOG() << "update check asked for, but this build has no update dialog";
+    // Created once and kept: a later opening starts a new check in the same dialog.
+    if (!checkUpdateVC)
+        checkUpdateVC =
+            _makeUpdateDialog ? _makeUpdateDialog(_window.get()) : new checkUpdateViewController(_window.get());
+    checkUpdateVC->setWindowTitle(QStringLiteral("检查更新"));
+    checkUpdateVC->open();
 }
 
 void AppDelegate::onRestDefaultInterfaceBtnClick()

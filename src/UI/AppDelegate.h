@@ -8,6 +8,7 @@
 class DVAppHost;
 class QWidget;
 class baseWindow;
+class checkUpdateViewController;
 
 // The application's start and end: creates the main window once logging is in place, offers
 // the menu commands (check for updates, forget the remembered interface, quit) and hangs up
@@ -30,9 +31,12 @@ public:
     void onRestDefaultInterfaceBtnClick();
     void setAlert(const QString &button, const QString &message, const QString &info);
 
-    // Opens the update dialog over the main window (installed by the updater; without one the
-    // command only logs).
-    static void setUpdateDialogOpener(std::function<void(QWidget *mainWindow)> opener);
+    // Builds the update dialog on its first use (tests give one with a prepared presenter).
+    void setUpdateDialogFactory(std::function<checkUpdateViewController *(QWidget *mainWindow)> factory)
+    {
+        _makeUpdateDialog = std::move(factory);
+    }
+    checkUpdateViewController *updateDialog() const { return checkUpdateVC; }
 
     baseWindow *window() const { return _window.get(); }
 
@@ -42,4 +46,6 @@ private:
     DVAppHost *_host;
     std::unique_ptr<baseWindow> _window;
     bool _terminating = false;
+    std::function<checkUpdateViewController *(QWidget *)> _makeUpdateDialog;
+    checkUpdateViewController *checkUpdateVC = nullptr; // owned by the main window
 };

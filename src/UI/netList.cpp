@@ -1,5 +1,7 @@
 #include "netList.h"
 
+#include <QPointer>
+
 #include "MessageBox.h"
 
 #include "App/DVApp.h"
@@ -96,12 +98,17 @@ void netList::commitClick()
 
 void netList::dialFinished(const DVError &error, bool failed)
 {
+    // The alert runs a nested event loop, during which the view that owns this window may be
+    // replaced and this window deleted with it.
+    const QPointer<netList> self(this);
     if (failed) {
         DVLOG() << "dial failed, domain: " << error.domain << ", localizedDescription: " << error.localizedDescription
                 << ", code: " << error.code;
         setAlert(QStringLiteral("确定"), QStringLiteral("错误号:%1").arg(error.code),
                  error.domain + QLatin1Char('\n') + error.localizedDescription + QLatin1Char('\n')
                      + error.localizedFailureReason);
+        if (!self)
+            return;
     }
     _dialing = false;
     commitBtn->setEnabled(true);
