@@ -1,8 +1,8 @@
 // Resolution of area-keyed settings and the conversions of the getters that convert.
 #include "ConfTestSupport.h"
 
-#include "Util/UserDefaults.h"
 #include "Conf/ConfData.h"
+#include "Util/UserDefaults.h"
 
 #include <gtest/gtest.h>
 

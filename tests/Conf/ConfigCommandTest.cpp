@@ -1,8 +1,8 @@
 // "dorvik-cli config", run as the separate program a deployer runs.
 #include "ConfTestSupport.h"
 
-#include "Util/UserDefaults.h"
 #include "Conf/ConfCrypt.h"
+#include "Util/UserDefaults.h"
 
 #include <QFile>
 #include <QProcess>

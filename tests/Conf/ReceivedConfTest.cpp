@@ -1,8 +1,8 @@
 // Values sent by the servers, kept per area in the preferences.
 #include "ConfTestSupport.h"
 
-#include "Util/UserDefaults.h"
 #include "Conf/ReceivedConf.h"
+#include "Util/UserDefaults.h"
 
 #include <QSettings>
 

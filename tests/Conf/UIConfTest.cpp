@@ -2,9 +2,9 @@
 // preferences.
 #include "ConfTestSupport.h"
 
-#include "Util/UserDefaults.h"
 #include "Conf/ReceivedConf.h"
 #include "Conf/UIConf.h"
+#include "Util/UserDefaults.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Runs inside tests/rigs/keyring-session.sh: a real gnome-keyring on a private session bus.
 #include "Util/keychain/Keychain.h"
-#include "Util/userSecurityInfo.h"
 #include "Util/QtPrinters.h"
+#include "Util/userSecurityInfo.h"
 #include "support/TestSupport.h"
 
 #include <QCoreApplication>
