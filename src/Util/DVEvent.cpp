@@ -4,8 +4,10 @@
 
 DVEvent &DVEvent::shared()
 {
-    static DVEvent bus;
-    return bus;
+    // Never destroyed: subscribers that are static objects unsubscribe (or are watched for
+    // their destruction) during the program's exit, after other statics have gone.
+    static DVEvent *const bus = new DVEvent;
+    return *bus;
 }
 
 void DVEvent::addObserver(QObject *server, DVEventHandler method, quint64 eventId,
