@@ -23,3 +23,8 @@ if(DORVIK_SANITIZE)
   target_compile_options(dorvik_common INTERFACE -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   target_link_options(dorvik_common INTERFACE -fsanitize=address,undefined)
 endif()
+# ThreadSanitizer, in a build directory of its own (it cannot be combined with DORVIK_SANITIZE).
+if(DORVIK_TSAN)
+  target_compile_options(dorvik_common INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+  target_link_options(dorvik_common INTERFACE -fsanitize=thread)
+endif()

@@ -1,9 +1,16 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds from scratch with warnings as errors and with
+# Installs what is missing, checks the formatting, builds from scratch with warnings as errors and with
 # AddressSanitizer + UndefinedBehaviorSanitizer, and runs the whole test suite.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
+# Formatting first: every tracked C++ file as .clang-format wants it (fix with clang-format -i).
+if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+  git ls-files -z -- '*.cpp' '*.h' | xargs -0 -r clang-format --dry-run --Werror
+else
+  dirs=$(ls -d src tools tests bench app fuzz 2>/dev/null || true)
+  find $dirs \( -name '*.cpp' -o -name '*.h' \) -print0 | xargs -0 -r clang-format --dry-run --Werror
+fi
 build=build-test
 rm -rf "$build"
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DDORVIK_WERROR=ON -DDORVIK_SANITIZE=ON

@@ -109,8 +109,8 @@ void PINRule::flagBytes(const char *key, qsizetype keyLen, const char *name, qsi
 
 QByteArray PINRule::geneFlagWithKey(const std::optional<QString> &key, const char *name, const char *flag6)
 {
-    // Key and name take part as C strings: an embedded NUL ends them (our own choice; the
-    // original handed over C strings). A missing key leaves a key block of padding only.
+    // Key and name take part as C strings: an embedded NUL ends them, as it ends the strings
+    // the PIN is defined on. A missing key leaves a key block of padding only.
     const Utf8Buffer k(key ? QStringView(*key) : QStringView());
     QByteArray out(8, Qt::Uninitialized);
     flagBytes(k.data(), k.cLength(), name, name ? static_cast<qsizetype>(std::strlen(name)) : 0, flag6, out.data());

@@ -74,10 +74,16 @@ bool DVApp::dialWithUserName(const QString &name, const std::shared_ptr<const QS
     if (!_pppoe)
         return false;
 
+    // `index` points into the list the caller saw, the manager's last one. It is resolved to
+    // an interface here, once: reading the list again could reorder it (a link that came up
+    // or went down in between) and dial another card. Only a caller that never listed gets
+    // the list read now.
+    if (_pppoe->interfaceAtIndex(0) == std::nullopt)
+        _pppoe->getInterfaceList();
+    const std::optional<NetworkInterfaceInfo> chosen = _pppoe->interfaceAtIndex(index);
     std::optional<QString> mac;
-    const auto interfaces = _pppoe->getInterfaceList();
-    if (index < interfaces.size())
-        mac = interfaces[index]._macAddress;
+    if (chosen)
+        mac = chosen->_macAddress;
 
     Conf *conf = Conf::shared();
     std::optional<QString> dialName;
@@ -97,6 +103,7 @@ bool DVApp::dialWithUserName(const QString &name, const std::shared_ptr<const QS
     setUsername(name);
     _time = t;
     _index = index;
+    _dialInterface = chosen;
     _password = password;
     return _pppoe->dialWithUserName(_pin, password ? *password : QString(), index, error);
 }
@@ -182,11 +189,8 @@ void DVApp::onEventWithObject(const DVEventObjectPtr &object)
 
 void DVApp::onConnected()
 {
-    if (UIConf::shared().ifRememberInterface() && _pppoe) {
-        const auto interfaces = _pppoe->getInterfaceList();
-        if (_index < interfaces.size())
-            UserConf().setDefaultInterface(interfaces[_index]._bsdName);
-    }
+    if (UIConf::shared().ifRememberInterface() && _dialInterface)
+        UserConf().setDefaultInterface(_dialInterface->_bsdName);
     DVEnv::shared().recordConnUp();
     startTasks();
 }
@@ -197,7 +201,13 @@ void DVApp::startTasks()
     const auto host = conf ? conf->business.getHost() : std::nullopt;
     if (host && !host->isEmpty()) {
         _queue->addOperation(std::make_shared<ConfigReq>(*host, username(), _options.bubbles));
-        _queue->addOperation(std::make_shared<Register>(*host, _pppoe.get(), username(), _index));
+        RegisterLinkFacts link;
+        link.clientIp = _pppoe ? _pppoe->getIP() : std::nullopt;
+        if (_dialInterface) {
+            link.netcardType = _dialInterface->_displayName;
+            link.netcardMac = _dialInterface->_macAddress;
+        }
+        _queue->addOperation(std::make_shared<Register>(*host, link, username()));
     }
     startHeart();
     _queue->addOperation(std::make_shared<SMSVerify>(username()));

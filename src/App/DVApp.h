@@ -51,9 +51,11 @@ public:
     static DVApp &shareInstance();
     static void installShared(std::unique_ptr<DVApp> app);
 
-    // Dials `index` of the interface list with the dial name made from `name` by the account
-    // rule. The password is not kept alive here: the caller owns it. True means dialing
-    // started; the connected state arrives later as an event.
+    // Dials `index` of the interface list the caller last saw (getInterfaceList() or
+    // getLastInterfaceIndex()) with the dial name made from `name` by the account rule. The
+    // interface is resolved once, here; dialInterface() names it afterwards. The password is
+    // not kept alive here: the caller owns it. True means dialing started; the connected state
+    // arrives later as an event.
     bool dialWithUserName(const QString &name, const std::shared_ptr<const QString> &password, quint64 index,
                           DVError *error);
     // Forgets the dial name and password and hangs up; the tasks end with the disconnected event.
@@ -80,6 +82,8 @@ public:
     QString pin() const { return _pin; }
     qint64 dialTime() const { return _time; }
     PPPoE *pppoe() const { return _pppoe.get(); }
+    // The interface of the last dial, as resolved when it started.
+    const std::optional<NetworkInterfaceInfo> &dialInterface() const { return _dialInterface; }
     const std::shared_ptr<OperationQueue> &queue() const { return _queue; }
 
 Q_SIGNALS:
@@ -98,5 +102,6 @@ private:
     std::weak_ptr<const QString> _password;
     qint64 _time = 0;
     quint64 _index = 0;
+    std::optional<NetworkInterfaceInfo> _dialInterface;
     Options _options;
 };

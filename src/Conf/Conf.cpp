@@ -3,9 +3,9 @@
 #include "ConfCrypt.h"
 #include "ReceivedConf.h"
 
-#include "Util/UserDefaults.h"
 #include "Util/DVUtils.h"
 #include "Util/Log.h"
+#include "Util/UserDefaults.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -2,8 +2,8 @@
 
 #include "Conf.h"
 
-#include "Util/UserDefaults.h"
 #include "Util/Log.h"
+#include "Util/UserDefaults.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

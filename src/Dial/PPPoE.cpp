@@ -108,6 +108,13 @@ std::vector<NetworkInterfaceInfo> PPPoE::getInterfaceList()
     return list;
 }
 
+std::optional<NetworkInterfaceInfo> PPPoE::interfaceAtIndex(quint64 index) const
+{
+    if (index >= _interfaceInfoArray.size())
+        return std::nullopt;
+    return _interfaceInfoArray[index];
+}
+
 std::optional<NetworkInterfaceInfo> PPPoE::getInterfaceInfoWithInterfaceRef(const NetworkInterfaceRef &interfaceRef)
 {
     if (!interfaceRef)
@@ -144,26 +151,38 @@ bool PPPoE::dialWithUserName(const QString &name, const QString &password, quint
         *error = createErrorWithID(0, std::nullopt, _prefsFailure);
         return false;
     }
+    const NetworkInterfaceInfo chosen = _interfaceInfoArray[index];
 
     NetworkServiceRef service;
     if (const NetworkServiceRef old = findPPPoEService(_prefs, error)) {
-        if (checkStatusOfService(old, index)) {
+        if (canReuse(old, chosen)) {
             service = old;
         } else if (!removeService(old, _prefs, error)) {
             return false;
         }
     }
     if (!service) {
-        service = createPPPoEServiceWithIndex(index, _prefs, error);
+        service = createServiceOn(chosen, _prefs, error);
         if (!service)
             return false;
     }
 
     const NetworkConnectionRef conn = createConnWithService(service, error);
+    _startAttempted = false;
     if (conn && startConnection(conn, name, password, error)) {
-        _macAddress = _interfaceInfoArray[index]._macAddress;
+        _macAddress = chosen._macAddress;
         _connection = conn;
         return true;
+    }
+    if (conn && _startAttempted) {
+        const int status = _platform->networkConnectionGetStatus(conn);
+        if (status == NetworkConnectionConnecting || status == NetworkConnectionConnected) {
+            // The start failed after the link had begun to come up: keep the connection so
+            // that the caller can hang it up instead of leaving a link nobody supervises.
+            DVLOG() << "start failed with the link in status " << status << "; kept for hanging up";
+            _macAddress = chosen._macAddress;
+            _connection = conn;
+        }
     }
     // The result of the clean-up, not of the start: the start's error is already in `error`.
     return removeService(service, _prefs, error);
@@ -220,7 +239,14 @@ NetworkServiceRef PPPoE::findPPPoEService(const PreferencesRef &prefs, DVError *
 
 bool PPPoE::checkStatusOfService(const NetworkServiceRef &service, quint64 index)
 {
-    if (!service || index >= _interfaceInfoArray.size())
+    if (index >= _interfaceInfoArray.size())
+        return false;
+    return canReuse(service, _interfaceInfoArray[index]);
+}
+
+bool PPPoE::canReuse(const NetworkServiceRef &service, const NetworkInterfaceInfo &chosen)
+{
+    if (!service)
         return false;
     if (!_platform->networkServiceGetEnabled(service) && !_platform->networkServiceSetEnabled(service, true))
         return false;
@@ -231,7 +257,7 @@ bool PPPoE::checkStatusOfService(const NetworkServiceRef &service, quint64 index
     if (!under)
         return false;
     const QString bsdName = _platform->networkInterfaceGetBSDName(under);
-    return !bsdName.isNull() && bsdName == _interfaceInfoArray[index]._bsdName;
+    return !bsdName.isNull() && bsdName == chosen._bsdName;
 }
 
 bool PPPoE::removeService(const NetworkServiceRef &service, const PreferencesRef &prefs, DVError *error)
@@ -258,12 +284,18 @@ NetworkServiceRef PPPoE::createPPPoEServiceWithIndex(quint64 index, const Prefer
 {
     if (!error || index >= _interfaceInfoArray.size())
         return nullptr;
+    return createServiceOn(_interfaceInfoArray[index], prefRef, error);
+}
+
+NetworkServiceRef PPPoE::createServiceOn(const NetworkInterfaceInfo &chosen, const PreferencesRef &prefRef,
+                                         DVError *error)
+{
     if (!_platform->preferencesLock(prefRef, true)) {
         *error = createErrorWithID(21, std::nullopt);
         return nullptr;
     }
-    const NetworkInterfaceRef ppp = _platform->networkInterfaceCreateWithInterface(
-        _interfaceInfoArray[index]._interfaceRef, PPPoEKey::InterfaceTypePPP);
+    const NetworkInterfaceRef ppp =
+        _platform->networkInterfaceCreateWithInterface(chosen._interfaceRef, PPPoEKey::InterfaceTypePPP);
     const NetworkServiceRef service = ppp ? _platform->networkServiceCreate(prefRef, ppp) : nullptr;
     if (!service) {
         _platform->preferencesUnlock(prefRef);
@@ -352,6 +384,7 @@ bool PPPoE::startConnection(const NetworkConnectionRef &connection, const QStrin
         _platform->networkConnectionUnscheduleFromRunLoop(connection);
         return false;
     }
+    _startAttempted = true;
     if (!_platform->networkConnectionStart(connection, createOptionsWithName(username, password), false)) {
         const int code = _platform->scError();
         *error = createErrorWithID(

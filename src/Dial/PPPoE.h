@@ -37,13 +37,18 @@ public:
     // Rebuilds the interface list (wired and wireless interfaces of the current set, active
     // ones first) and keeps it: dial indexes refer to the last list.
     std::vector<NetworkInterfaceInfo> getInterfaceList();
+    // Entry `index` of the last list, without reading the list again; nullopt past its end.
+    std::optional<NetworkInterfaceInfo> interfaceAtIndex(quint64 index) const;
     std::optional<NetworkInterfaceInfo> getInterfaceInfoWithInterfaceRef(const NetworkInterfaceRef &interfaceRef);
     // Link state of an interface by kernel name.
     bool getStatusOfInterface(const QString &bsdName);
 
-    // The whole dial. Note: when the start fails and the clean-up that follows succeeds, the
-    // result is true with the start's error in `error`; callers look at the error and the
-    // status events, not only at the result.
+    // The whole dial, on entry `index` of the last list. The entry is taken once, at the
+    // start: every later step works on that interface, whatever happens to the list meanwhile.
+    // Note: when the start fails and the clean-up that follows succeeds, the result is true
+    // with the start's error in `error`; callers look at the error and the status events, not
+    // only at the result. A start that fails after the link had begun to come up keeps that
+    // connection, so that stopConn() can hang it up.
     bool dialWithUserName(const QString &name, const QString &password, quint64 index, DVError *error);
     bool checkParm(const QString &name, const QString &password, quint64 index, DVError *error);
     NetworkServiceRef findPPPoEService(const PreferencesRef &prefs, DVError *error);
@@ -81,6 +86,9 @@ public:
 
 private:
     void connectionStatusChanged(const NetworkConnectionRef &connection, int status);
+    bool canReuse(const NetworkServiceRef &service, const NetworkInterfaceInfo &chosen);
+    NetworkServiceRef createServiceOn(const NetworkInterfaceInfo &chosen, const PreferencesRef &prefRef,
+                                      DVError *error);
     void preferencesChanged(const PreferencesRef &prefs);
 
     std::unique_ptr<PPPoEPlatform> _platform;
@@ -88,6 +96,9 @@ private:
     std::vector<NetworkInterfaceInfo> _interfaceInfoArray;
     const QString _connctionName;
     NetworkConnectionRef _connection;
+    // Whether the last start reached the platform's start call (a link that was already up
+    // before it is not ours to hang up).
+    bool _startAttempted = false;
     QString _macAddress;
     PreferencesRef _prefs;
     // Why the preferences session could not be opened (the platform's text), for error 0.

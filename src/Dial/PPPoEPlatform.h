@@ -8,11 +8,14 @@
 #include <optional>
 #include <vector>
 
-// The operations of the system network configuration that the PPPoE manager needs, one for
-// each call it makes on macOS (SystemConfiguration, plus the Security authorization and the
-// system uptime). The manager's logic is written once against this interface; a back-end
-// supplies the operations for one platform (NetworkManager on Linux, an in-memory simulation
-// for the demo and for tests).
+// The operations of the system network configuration that the PPPoE manager needs: network
+// preferences opened as a session with a system-wide lock, network sets holding services,
+// services on interfaces (a PPP interface layered on a wired or wireless one), connection
+// objects that start, stop and report their status, a store of link states, an authorization
+// for changing the configuration, and the system uptime. Each method is one step of the dial
+// procedure, named after what it does to those objects. The manager's logic is written once
+// against this interface; a back-end supplies the operations (NetworkManager over D-Bus, an
+// in-memory simulation for the demo and for tests).
 //
 // Handles are opaque: each back-end derives its own objects from PlatformObject and casts
 // them back. A null handle stands for the platform's NULL.
@@ -93,10 +96,10 @@ public:
     // The back-end's name ("networkmanager", "simulated", ...), for logs.
     virtual QString name() const = 0;
 
-    // --- Authorization (AuthorizationCreate) ---
+    // --- Authorization ---
     virtual AuthorizationRef authorizationCreate(quint32 flags) = 0;
 
-    // --- Preferences session (SCPreferences*) ---
+    // --- Preferences session ---
     virtual PreferencesRef preferencesCreateWithAuthorization(const QString &name, const AuthorizationRef &auth) = 0;
     virtual PreferencesRef preferencesCreate(const QString &name) = 0;
     virtual bool preferencesSetCallback(const PreferencesRef &prefs, PreferencesCallback callback) = 0;
@@ -108,13 +111,13 @@ public:
     virtual bool preferencesApplyChanges(const PreferencesRef &prefs) = 0;
     virtual void preferencesSynchronize(const PreferencesRef &prefs) = 0;
 
-    // --- Network sets (SCNetworkSet*) ---
+    // --- Network sets ---
     virtual NetworkSetRef networkSetCopyCurrent(const PreferencesRef &prefs) = 0;
     // The set's services in the set's order; nullopt when they cannot be read.
     virtual std::optional<std::vector<NetworkServiceRef>> networkSetCopyServices(const NetworkSetRef &set) = 0;
     virtual bool networkSetAddService(const NetworkSetRef &set, const NetworkServiceRef &service) = 0;
 
-    // --- Services (SCNetworkService*) ---
+    // --- Services ---
     virtual NetworkServiceRef networkServiceCreate(const PreferencesRef &prefs, const NetworkInterfaceRef &iface) = 0;
     virtual NetworkInterfaceRef networkServiceGetInterface(const NetworkServiceRef &service) = 0;
     // A null string when the service has no name.
@@ -127,7 +130,7 @@ public:
     // A null string when the service has no ID.
     virtual QString networkServiceGetServiceID(const NetworkServiceRef &service) = 0;
 
-    // --- Interfaces (SCNetworkInterface*) ---
+    // --- Interfaces ---
     virtual QString networkInterfaceGetInterfaceType(const NetworkInterfaceRef &iface) = 0;
     virtual QString networkInterfaceGetLocalizedDisplayName(const NetworkInterfaceRef &iface) = 0;
     virtual QString networkInterfaceGetBSDName(const NetworkInterfaceRef &iface) = 0;
@@ -139,7 +142,7 @@ public:
     virtual std::optional<QVariantMap> networkInterfaceGetConfiguration(const NetworkInterfaceRef &iface) = 0;
     virtual bool networkInterfaceSetConfiguration(const NetworkInterfaceRef &iface, const QVariantMap &config) = 0;
 
-    // --- Connections (SCNetworkConnection*) ---
+    // --- Connections ---
     virtual NetworkConnectionRef networkConnectionCreateWithServiceID(const QString &serviceID,
                                                                       ConnectionCallback callback) = 0;
     virtual bool networkConnectionScheduleWithRunLoop(const NetworkConnectionRef &connection) = 0;
@@ -152,11 +155,11 @@ public:
     virtual bool networkConnectionStop(const NetworkConnectionRef &connection, bool forceDisconnect) = 0;
     virtual std::optional<QVariantMap> networkConnectionCopyExtendedStatus(const NetworkConnectionRef &connection) = 0;
 
-    // --- Dynamic store (SCDynamicStore*) ---
+    // --- Link-state store ---
     virtual DynamicStoreRef dynamicStoreCreate(const QString &name) = 0;
     virtual std::optional<QVariantMap> dynamicStoreCopyValue(const DynamicStoreRef &store, const QString &key) = 0;
 
-    // --- Errors of the last failed call on this thread (SCError, SCErrorString) ---
+    // --- Errors of the last failed call on this thread ---
     virtual int scError() = 0;
     virtual QString scErrorString(int code) = 0;
 

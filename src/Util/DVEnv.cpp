@@ -1,7 +1,7 @@
 #include "DVEnv.h"
 
-#include "Util/UserDefaults.h"
 #include "Log.h"
+#include "Util/UserDefaults.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,10 +13,9 @@
 #include <ifaddrs.h>
 #include <netinet/in.h>
 
-// How the machine facts are found on Linux, where the registry, the bundle database and the
-// sysctl names of macOS do not exist. Every substitution is decided here and nowhere else.
+// Where the machine facts come from on Linux. Every source is decided here and nowhere else.
 //
-// - Primary Ethernet interface (stands for "en0", both for the MAC and the IPv4 address):
+// - Primary Ethernet interface (the one whose MAC and IPv4 address are reported):
 //   the first interface in name order under /sys/class/net that is Ethernet (type 1), has a
 //   "device" link (a physical adapter), and has no "wireless" or "phy80211" entry. When no
 //   physical one exists (virtual machines, containers), the first Ethernet interface in name
@@ -25,7 +24,7 @@
 // - Operating system: /etc/os-release (then /usr/lib/os-release). The name is NAME; the
 //   version is VERSION, else VERSION_ID. Without the file the name is "Linux" and the
 //   version the kernel release (/proc/sys/kernel/osrelease). "OSType" is name and version
-//   with no separator, like the name of the Mac system followed by its version text.
+//   with no separator, as the registration report wants it.
 // - Browser version: never by starting a browser. Firefox's application.ini ("Version=")
 //   in the usual install directories gives "Firefox <version>"; else the installed package
 //   of Firefox ESR, Firefox, Chromium or Google Chrome in the dpkg database gives "<Name>

@@ -4,28 +4,38 @@
 
 DVEvent &DVEvent::shared()
 {
-    static DVEvent bus;
-    return bus;
+    // Never destroyed: subscribers that are static objects unsubscribe (or are watched for
+    // their destruction) during the program's exit, after other statics have gone.
+    static DVEvent *const bus = new DVEvent;
+    return *bus;
 }
 
 void DVEvent::addObserver(QObject *server, DVEventHandler method, quint64 eventId,
                           std::shared_ptr<OperationQueue> queue)
 {
+    if (!server)
+        return;
+    auto observer = std::make_shared<Observer>(server, std::move(method), eventId, std::move(queue));
+    // Runs in the destroying thread, before the address can be reused by another object.
+    observer->watch = QObject::connect(server, &QObject::destroyed, [this, server] { forget(server); });
     std::lock_guard<std::mutex> lock(_mutex);
-    // Registrations of subscribers that were destroyed without unsubscribing can never be
-    // delivered again; drop them here so they do not pile up.
-    observers.erase(std::remove_if(observers.begin(), observers.end(),
-                                   [](const std::shared_ptr<Observer> &o) { return o->server.isNull(); }),
-                    observers.end());
-    observers.push_back(std::make_shared<Observer>(server, std::move(method), eventId, std::move(queue)));
+    observers.push_back(std::move(observer));
 }
 
 void DVEvent::removeObserver(QObject *server, quint64)
 {
+    forget(server);
+}
+
+void DVEvent::forget(QObject *server)
+{
     std::lock_guard<std::mutex> lock(_mutex);
-    observers.erase(std::remove_if(observers.begin(), observers.end(),
-                                   [server](const std::shared_ptr<Observer> &o) { return o->server == server; }),
-                    observers.end());
+    const auto gone =
+        std::stable_partition(observers.begin(), observers.end(),
+                              [server](const std::shared_ptr<Observer> &o) { return o->server != server; });
+    for (auto it = gone; it != observers.end(); ++it)
+        QObject::disconnect((*it)->watch);
+    observers.erase(gone, observers.end());
 }
 
 void DVEvent::fireEventWithEventID(quint64 eventId, DVEventObjectPtr objetc)
@@ -38,7 +48,7 @@ void DVEvent::fireEventWithEventID(quint64 eventId, DVEventObjectPtr objetc)
         snapshot = observers;
     }
     for (const auto &observer : snapshot) {
-        if (observer->eventId != eventId || observer->server.isNull() || !observer->queue)
+        if (observer->eventId != eventId || !observer->queue)
             continue;
         observer->queue->addOperationWithBlock([this, observer, objetc] {
             // Skip a subscriber that went away or unsubscribed since the event was fired.
@@ -47,9 +57,8 @@ void DVEvent::fireEventWithEventID(quint64 eventId, DVEventObjectPtr objetc)
                 if (std::find(observers.begin(), observers.end(), observer) == observers.end())
                     return;
             }
-            if (observer->server.isNull() || !observer->method)
-                return;
-            observer->method(objetc);
+            if (observer->method)
+                observer->method(objetc);
         });
     }
 }

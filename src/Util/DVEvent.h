@@ -3,7 +3,6 @@
 #include "OperationQueue.h"
 
 #include <QObject>
-#include <QPointer>
 #include <QString>
 
 #include <functional>
@@ -75,8 +74,12 @@ public:
         , queue(std::move(operationQueue))
     {}
 
-    // Guarded: a subscriber that has gone away is skipped.
-    QPointer<QObject> server;
+    // The subscriber, for identity only: it is never dereferenced here. When it is destroyed
+    // the bus drops its registrations (the bus watches its destroyed() signal), so a
+    // delivery checks registration, under the bus's lock, instead of reading a guarded
+    // pointer that the subscriber's thread clears.
+    QObject *server;
+    QMetaObject::Connection watch; // the bus's watch of the subscriber's destruction
     DVEventHandler method;
     quint64 eventId;
     std::shared_ptr<OperationQueue> queue;
@@ -89,7 +92,10 @@ class DVEvent
 public:
     static DVEvent &shared();
 
-    // Appends a registration (no de-duplication: registering twice delivers twice).
+    // Appends a registration (no de-duplication: registering twice delivers twice). A
+    // subscriber that is destroyed loses its registrations; deliveries already queued for it
+    // are skipped, provided it is destroyed on the thread its deliveries run on (or after it
+    // unsubscribed).
     void addObserver(QObject *server, DVEventHandler method, quint64 eventId, std::shared_ptr<OperationQueue> queue);
     // Removes every registration of the subscriber, whatever event it was for.
     void removeObserver(QObject *server, quint64 eventId);
@@ -101,6 +107,7 @@ public:
 
 private:
     DVEvent() = default;
+    void forget(QObject *server);
 
     mutable std::mutex _mutex;
     std::vector<std::shared_ptr<Observer>> observers;

@@ -175,6 +175,22 @@ TEST_F(DVAppTest, PasswordIsNotKeptAliveSoNoTokenRequestAfterwards)
     EXPECT_EQ(tokenRequests(), 0);
 }
 
+TEST_F(DVAppTest, DialsTheInterfaceTheCallerPickedEvenIfTheListReordersMeanwhile)
+{
+    simulated->setLinkActive(QStringLiteral("wlan0"), true);
+    const auto seen = app->getInterfaceList(); // eth0, wlan0: both up, in the set's order
+    ASSERT_EQ(seen.size(), 2u);
+    ASSERT_TRUE(seen[1].value(QStringLiteral("name")).toString().contains(QStringLiteral("wlan0")));
+    simulated->setLinkActive(QStringLiteral("eth0"), false); // a re-read would now list wlan0 first
+
+    DVError error;
+    ASSERT_TRUE(app->dialWithUserName(QStringLiteral("demo"), password, 1, &error));
+    EXPECT_TRUE(error.domain.isEmpty()) << error.localizedDescription.toStdString();
+    ASSERT_TRUE(app->dialInterface());
+    EXPECT_EQ(app->dialInterface()->_bsdName, QStringLiteral("wlan0"));
+    EXPECT_EQ(app->pppoe()->getMacAddress(), QStringLiteral("52:54:00:ab:cd:ef"));
+}
+
 TEST_F(DVAppTest, InterfaceListTexts)
 {
     const auto list = app->getInterfaceList();

@@ -7,7 +7,7 @@
 #include <vector>
 
 // One sub-command of dorvik-cli ("config", "dialname", "connect", ...). Each lives in its own
-// file under commands/ and registers itself with DORVIK_CLI_COMMAND.
+// file under commands/, which defines a function that returns it; CliCommands.cpp lists them.
 struct CliCommand
 {
     QString name;
@@ -17,17 +17,8 @@ struct CliCommand
     std::function<int(const QStringList &args)> run;
 };
 
-class CliRegistry
-{
-public:
-    static bool add(CliCommand command);
-    static const std::vector<CliCommand> &all();
-};
-
-#define DORVIK_CLI_CONCAT2(a, b) a##b
-#define DORVIK_CLI_CONCAT(a, b) DORVIK_CLI_CONCAT2(a, b)
-#define DORVIK_CLI_COMMAND(...)                                                                                        \
-    static const bool DORVIK_CLI_CONCAT(dorvikCliRegistered_, __LINE__) = CliRegistry::add(CliCommand{__VA_ARGS__})
+// Every command, in the order "dorvik-cli help" lists them.
+const std::vector<CliCommand> &cliCommands();
 
 // Output helpers shared by the commands: stdout for results, stderr for errors.
 namespace Cli {

@@ -4,57 +4,10 @@
 
 #include <QCoreApplication>
 
-#include <cstdio>
-#include <iostream>
-
-bool CliRegistry::add(CliCommand command)
-{
-    const_cast<std::vector<CliCommand> &>(all()).push_back(std::move(command));
-    return true;
-}
-
-const std::vector<CliCommand> &CliRegistry::all()
-{
-    static std::vector<CliCommand> commands;
-    return commands;
-}
-
-namespace Cli {
-void out(const QString &line)
-{
-    std::fputs(line.toUtf8().constData(), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
-}
-
-void err(const QString &line)
-{
-    std::fputs(line.toUtf8().constData(), stderr);
-    std::fputc('\n', stderr);
-    std::fflush(stderr);
-}
-
-QByteArray readStdin()
-{
-    QByteArray data;
-    char buf[65536];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, stdin)) > 0)
-        data.append(buf, static_cast<qsizetype>(n));
-    return data;
-}
-
-void writeStdout(const QByteArray &bytes)
-{
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
-    std::fflush(stdout);
-}
-} // namespace Cli
-
 static void usage()
 {
     Cli::err(QStringLiteral("usage: dorvik-cli <command> [options]\n\ncommands:"));
-    for (const auto &c : CliRegistry::all())
+    for (const auto &c : cliCommands())
         Cli::err(QStringLiteral("  ") + c.usage);
 }
 
@@ -71,7 +24,7 @@ int main(int argc, char **argv)
         return args.isEmpty() ? 2 : 0;
     }
     const QString name = args.takeFirst();
-    for (const auto &c : CliRegistry::all())
+    for (const auto &c : cliCommands())
         if (c.name == name)
             return c.run(args);
     Cli::err(QStringLiteral("dorvik-cli: unknown command '%1'").arg(name));

@@ -8,7 +8,7 @@
 
 bool SimHost::start(const SimOptions &options, const QStringList &only)
 {
-    for (const auto &entry : SimRegistry::all()) {
+    for (const auto &entry : simServices()) {
         if (!only.isEmpty() && !only.contains(entry.name))
             continue;
         auto service = entry.make();

@@ -54,7 +54,7 @@ struct SimOptions
     }
 };
 
-// One simulated server. Each lives in services/ and registers itself with DORVIK_SIM_SERVICE.
+// One simulated server. Each lives in services/; SimServices.cpp lists them.
 class SimService : public QObject
 {
     Q_OBJECT
@@ -74,15 +74,5 @@ struct SimServiceEntry
     std::function<std::unique_ptr<SimService>()> make;
 };
 
-class SimRegistry
-{
-public:
-    static bool add(SimServiceEntry entry);
-    static const std::vector<SimServiceEntry> &all();
-};
-
-#define DORVIK_SIM_CONCAT2(a, b) a##b
-#define DORVIK_SIM_CONCAT(a, b) DORVIK_SIM_CONCAT2(a, b)
-#define DORVIK_SIM_SERVICE(name, type)                                                                                 \
-    static const bool DORVIK_SIM_CONCAT(dorvikSimRegistered_, __LINE__) =                                              \
-        SimRegistry::add(SimServiceEntry{QStringLiteral(name), [] { return std::make_unique<type>(); }})
+// Every service, in the order they start.
+const std::vector<SimServiceEntry> &simServices();

@@ -48,7 +48,7 @@ int main(int argc, char **argv)
     parser.process(app);
 
     if (parser.isSet(QStringLiteral("list"))) {
-        for (const auto &e : SimRegistry::all())
+        for (const auto &e : simServices())
             std::fprintf(stdout, "%s\n", qUtf8Printable(e.name));
         return 0;
     }

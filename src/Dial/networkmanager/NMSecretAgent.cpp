@@ -5,6 +5,24 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 
+namespace {
+
+// Overwrites the characters of `text` where they are stored, for every copy that shares that
+// storage, then empties it. QString::fill() would not do: on a shared string it first makes a
+// private copy and zeroes only that, leaving the password in the buffer the copies share.
+void wipe(QString &text)
+{
+    if (text.data_ptr().isMutable()) {
+        auto *chars = const_cast<QChar *>(text.constData());
+        volatile char16_t *p = reinterpret_cast<volatile char16_t *>(chars);
+        for (qsizetype i = 0; i < text.size(); ++i)
+            p[i] = 0;
+    }
+    text = QString();
+}
+
+} // namespace
+
 NMSecretAgent::NMSecretAgent(QObject *parent)
     : QObject(parent)
 {
@@ -13,7 +31,7 @@ NMSecretAgent::NMSecretAgent(QObject *parent)
 
 NMSecretAgent::~NMSecretAgent()
 {
-    _password.fill(QLatin1Char('\0'));
+    wipe(_password);
     if (!_registeredWith.isEmpty())
         NMBus::call(NMBus::AgentManagerPath, NMBus::AgentManagerInterface, QStringLiteral("Unregister"), {}, 2000);
     if (_exported)
@@ -47,18 +65,27 @@ bool NMSecretAgent::ensureRegistered(QString *why)
 
 void NMSecretAgent::offer(const QString &uuid, const QString &password)
 {
-    _password.fill(QLatin1Char('\0'));
+    wipe(_password);
     _uuid = uuid;
-    _password = password;
+    // A buffer of our own (not shared with the caller's string), so that the wipe reaches
+    // every copy handed out from it and no other.
+    _password = QString(password.constData(), password.size());
 }
 
 void NMSecretAgent::forget(const QString &uuid)
 {
     if (_uuid != uuid)
         return;
-    _password.fill(QLatin1Char('\0'));
-    _password.clear();
+    wipe(_password);
     _uuid.clear();
+}
+
+NMSettingsMap NMSecretAgent::secretsFor(const QString &uuid, const QString &settingName) const
+{
+    NMSettingsMap secrets;
+    if (settingName == QLatin1String("pppoe") && holds(uuid))
+        secrets[settingName].insert(QStringLiteral("password"), _password);
+    return secrets;
 }
 
 bool NMSecretAgent::fromNetworkManager()
@@ -73,15 +100,14 @@ NMSettingsMap NMSecretAgent::GetSecrets(const NMSettingsMap &conn, const QDBusOb
                                         const QString &settingName, const QStringList &, uint)
 {
     const QString uuid = conn.value(QStringLiteral("connection")).value(QStringLiteral("uuid")).toString();
-    if (!fromNetworkManager() || settingName != QLatin1String("pppoe") || !holds(uuid)) {
+    NMSettingsMap secrets = fromNetworkManager() ? secretsFor(uuid, settingName) : NMSettingsMap();
+    if (secrets.isEmpty()) {
         // Not ours to answer: NetworkManager asks the next agent.
         sendErrorReply(QStringLiteral("org.freedesktop.NetworkManager.SecretAgent.NoSecrets"),
                        QStringLiteral("no secrets for this connection"));
         return {};
     }
     DVLOG() << "secret agent: answering NetworkManager for " << connectionPath.path() << " (" << settingName << ")";
-    NMSettingsMap secrets;
-    secrets[settingName].insert(QStringLiteral("password"), _password);
     return secrets;
 }
 

@@ -22,9 +22,12 @@ public:
     // restarted). False with `why` filled when that fails.
     bool ensureRegistered(QString *why);
 
-    // The secret for the profile `uuid` during one dial; forget() drops it.
+    // The secret for the profile `uuid` during one dial, in a buffer the agent owns; forget()
+    // (or the next offer) overwrites that buffer, including every copy handed out from it.
     void offer(const QString &uuid, const QString &password);
     void forget(const QString &uuid);
+    // What GetSecrets answers for the profile and setting: empty when it is not ours.
+    NMSettingsMap secretsFor(const QString &uuid, const QString &settingName) const;
     bool holds(const QString &uuid) const { return _uuid == uuid && !_password.isEmpty(); }
 
     static QString objectPath() { return QStringLiteral("/org/freedesktop/NetworkManager/SecretAgent"); }

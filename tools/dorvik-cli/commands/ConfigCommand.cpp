@@ -96,4 +96,7 @@ int run(const QStringList &args)
 
 } // namespace
 
-DORVIK_CLI_COMMAND(QStringLiteral("config"), kUsage, run);
+CliCommand configCommand()
+{
+    return {QStringLiteral("config"), kUsage, run};
+}

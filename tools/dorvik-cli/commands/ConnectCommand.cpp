@@ -39,7 +39,10 @@ int runConnect(const QStringList &args)
 
 } // namespace
 
-DORVIK_CLI_COMMAND(QStringLiteral("connect"),
-                   QStringLiteral("connect --user U --password-stdin [--interface NAME] [--area A] [--config FILE] "
-                                  "[--backend networkmanager|simulated] [--ac URL]"),
-                   runConnect);
+CliCommand connectCommand()
+{
+    return {QStringLiteral("connect"),
+            QStringLiteral("connect --user U --password-stdin [--interface NAME] [--area A] [--config FILE] "
+                           "[--backend networkmanager|simulated] [--ac URL]"),
+            runConnect};
+}

@@ -3,6 +3,7 @@
 #include "CliCommand.h"
 #include "UnixSignals.h"
 
+#include "App/LoginInput.h"
 #include "Bcom/BcomData.h"
 #include "Business/BubbleCenter.h"
 #include "Conf/Conf.h"
@@ -91,6 +92,11 @@ std::optional<ConnectSession::Settings> ConnectSession::settingsFrom(const QComm
 
 ConnectSession::~ConnectSession()
 {
+    // A reader thread still waiting for the SMS code must not deliver into this object.
+    if (_smsReader) {
+        std::lock_guard<std::mutex> lock(_smsReader->mutex);
+        _smsReader->receiver = nullptr;
+    }
     if (_smsToken)
         DVNotificationCenter::defaultCenter().removeObserver(_smsToken);
 }
@@ -146,10 +152,16 @@ int ConnectSession::run()
 {
     // The password comes from stdin only and lives in memory only.
     const auto password = std::make_shared<const QString>(_settings.password ? *_settings.password : readLine());
+    // The log-in window's checks, with its texts, before anything is dialled.
+    if (const auto refusal = checkLoginInput(_settings.user, *password)) {
+        emitLine({{"event", "error"}, {"error", {{"description", refusal->toStdString()}}}});
+        Cli::err(QStringLiteral("dorvik-cli connect: ") + *refusal);
+        return 2;
+    }
     if (!loadConfiguration())
         return 1;
 
-    auto platform = PPPoEPlatformFactory::create(_settings.backend);
+    auto platform = _settings.makePlatform ? _settings.makePlatform() : PPPoEPlatformFactory::create(_settings.backend);
     if (!platform) {
         Cli::err(QStringLiteral("dorvik-cli connect: unknown back-end '%1' (have: %2)")
                      .arg(_settings.backend, PPPoEPlatformFactory::availableNames().join(QStringLiteral(", "))));
@@ -240,27 +252,53 @@ int ConnectSession::run()
     const auto index = chooseInterface();
     if (!index)
         return 1;
-    _dialMac = _app->pppoe()->getInterfaceList()[*index]._macAddress;
+    if (const auto chosen = _app->pppoe()->interfaceAtIndex(*index))
+        _dialMac = chosen->_macAddress;
+
+    UnixSignals signals({SIGINT, SIGTERM});
+    connect(&signals, &UnixSignals::received, this, [this] { hangUp(); });
 
     DVError error;
     const bool started = _app->dialWithUserName(_settings.user, password, *index, &error);
     if (!started || !error.domain.isEmpty()) {
-        // A start that failed and was cleaned up answers true with the error filled in.
+        // A start that failed and was cleaned up answers true with the error filled in; one
+        // that failed after the link had begun to come up leaves that link to hang up.
         emitLine({{"event", "error"}, {"error", errorJson(error)}});
-        return 1;
+        _failed = true;
+        if (!_app->stopConn())
+            return finish(1);
+        _hangingUp = true;
+        emitLine({{"event", "hangup"}});
+        QTimer::singleShot(kHangUpWaitMs, this, [] { QCoreApplication::quit(); });
+        QCoreApplication::exec();
+        return finish(1);
     }
     emitLine({{"event", "dial"},
               {"user", _settings.user.toStdString()},
               {"dialName", _app->pin().toStdString()},
               {"time", _app->dialTime()},
-              {"interface", _app->pppoe()->getInterfaceList()[*index]._bsdName.toStdString()},
+              {"interface", _app->dialInterface() ? _app->dialInterface()->_bsdName.toStdString() : std::string()},
               {"area", Conf::area().toStdString()}});
 
-    UnixSignals signals({SIGINT, SIGTERM});
-    connect(&signals, &UnixSignals::received, this, [this] { hangUp(); });
+    // A link that neither comes up nor ends is given up on: the client never waits forever.
+    QTimer::singleShot(_settings.connectTimeoutMs, this, [this] {
+        if (_everConnected || _hangingUp)
+            return;
+        emitLine({{"event", "error"},
+                  {"error",
+                   {{"description", QStringLiteral("连接超时").toStdString()},
+                    {"reason", "the link did not come up in time"}}}});
+        _failed = true;
+        hangUp();
+    });
     QCoreApplication::exec();
+    return finish(_exitCode);
+}
+
+int ConnectSession::finish(int exitCode)
+{
     _app.reset(); // cancels and waits for the connection's tasks
-    return _exitCode;
+    return exitCode;
 }
 
 void ConnectSession::onState(qint64 state)
@@ -272,7 +310,8 @@ void ConnectSession::onState(qint64 state)
     }
     emitLine(line);
     if (state == DVDialStateDisconnected) {
-        // Hung up on request: a clean end. Dropped, refused or failed verification: a failure.
+        // Hung up on request: a clean end. Dropped, refused, failed start or failed
+        // verification: a failure.
         _exitCode = _hangingUp && !_failed ? 0 : 1;
         QCoreApplication::quit();
     }
@@ -289,7 +328,7 @@ void ConnectSession::hangUp()
         return;
     }
     // If the link never reports its end, do not hang on.
-    QTimer::singleShot(10000, this, [] { QCoreApplication::quit(); });
+    QTimer::singleShot(kHangUpWaitMs, this, [] { QCoreApplication::quit(); });
 }
 
 void ConnectSession::askForSmsCode(quint64 timeoutSeconds)
@@ -309,13 +348,29 @@ void ConnectSession::askForSmsCode(quint64 timeoutSeconds)
     });
     countdown->start(1000);
     // Reading the terminal blocks: do it on a thread of its own so the link and the heartbeat
-    // go on meanwhile.
-    std::thread([answered] {
-        SMSVerifyFromUINotificationInfo reply;
-        reply.code = readLine().trimmed();
+    // go on meanwhile. The thread only ever reaches this session through the shared mailbox,
+    // under its lock, and the session empties the mailbox when it goes away: a code typed
+    // after that (or stdin closing at exit) is dropped instead of delivered into a destroyed
+    // object.
+    if (!_smsReader) {
+        _smsReader = std::make_shared<SmsReader>();
+        _smsReader->receiver = this;
+    }
+    std::thread([reader = _smsReader, answered] {
+        const QString code = readLine().trimmed();
         answered->store(true);
-        DVNotificationCenter::defaultCenter().postNotificationName(
-            DVNotification::DVNotificationNameSMSVerifyFromUI,
-            {{DVNotification::NotificationInfoKeySMSVerifyFromUI, reply}});
+        std::lock_guard<std::mutex> lock(reader->mutex);
+        if (!reader->receiver)
+            return;
+        QMetaObject::invokeMethod(
+            reader->receiver,
+            [code] {
+                SMSVerifyFromUINotificationInfo reply;
+                reply.code = code;
+                DVNotificationCenter::defaultCenter().postNotificationName(
+                    DVNotification::DVNotificationNameSMSVerifyFromUI,
+                    {{DVNotification::NotificationInfoKeySMSVerifyFromUI, reply}});
+            },
+            Qt::QueuedConnection);
     }).detach();
 }

@@ -5,9 +5,12 @@
 #include <QObject>
 #include <QUrl>
 
+#include <functional>
 #include <memory>
+#include <mutex>
 
 class QCommandLineParser;
+class PPPoEPlatform;
 class QNetworkAccessManager;
 class UnixSignals;
 
@@ -28,6 +31,10 @@ public:
         int heartbeatScale = 1;
         // Given by another log-in (a QR-code scan); otherwise the first line of stdin.
         std::optional<QString> password;
+        // How long a dial may take to come up before the client gives up and hangs up.
+        int connectTimeoutMs = 90000;
+        // Tests give their own dialing back-end; empty means the one `backend` names.
+        std::function<std::unique_ptr<PPPoEPlatform>()> makePlatform;
     };
 
     // The connection options shared by the commands that dial ("connect", "qr").
@@ -47,6 +54,16 @@ private:
     void onState(qint64 state);
     void hangUp();
     void askForSmsCode(quint64 timeoutSeconds);
+    int finish(int exitCode);
+
+    static constexpr int kHangUpWaitMs = 10000;
+
+    // Where the SMS-code reader thread delivers; emptied when the session goes away.
+    struct SmsReader
+    {
+        std::mutex mutex;
+        QObject *receiver = nullptr;
+    };
 
     Settings _settings;
     std::unique_ptr<DVApp> _app;
@@ -57,4 +74,5 @@ private:
     bool _failed = false; // the session ends because a check failed
     int _exitCode = 0;
     quint64 _smsToken = 0;
+    std::shared_ptr<SmsReader> _smsReader;
 };

@@ -77,7 +77,10 @@ int runDialName(const QStringList &args)
 
 } // namespace
 
-DORVIK_CLI_COMMAND(QStringLiteral("dialname"),
-                   QStringLiteral("dialname --rules R1,R2,... [--key K] [--prefix P] [--suffix S] [--mac M] "
-                                  "[--time T] ACCOUNT   dial name and dial time as JSON"),
-                   runDialName);
+CliCommand dialNameCommand()
+{
+    return {QStringLiteral("dialname"),
+            QStringLiteral("dialname --rules R1,R2,... [--key K] [--prefix P] [--suffix S] [--mac M] "
+                           "[--time T] ACCOUNT   dial name and dial time as JSON"),
+            runDialName};
+}

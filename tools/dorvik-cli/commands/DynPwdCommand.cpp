@@ -110,4 +110,7 @@ int run(QStringList args)
 
 } // namespace
 
-DORVIK_CLI_COMMAND(QStringLiteral("dynpwd"), kUsage, run);
+CliCommand dynPwdCommand()
+{
+    return {QStringLiteral("dynpwd"), kUsage, run};
+}

@@ -123,6 +123,8 @@ int runQr(const QStringList &args)
 
 } // namespace
 
-DORVIK_CLI_COMMAND(QStringLiteral("qr"),
-                   QStringLiteral("qr [--no-dial] [--light] [connect's options]   log in by QR code, then connect"),
-                   runQr);
+CliCommand qrCommand()
+{
+    return {QStringLiteral("qr"),
+            QStringLiteral("qr [--no-dial] [--light] [connect's options]   log in by QR code, then connect"), runQr};
+}

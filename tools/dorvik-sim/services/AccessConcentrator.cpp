@@ -10,8 +10,6 @@
 
 #include <cstdio>
 
-DORVIK_SIM_SERVICE("ac", AccessConcentrator);
-
 namespace {
 using json = nlohmann::ordered_json;
 

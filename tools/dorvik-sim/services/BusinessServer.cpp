@@ -190,5 +190,3 @@ ordered_json BusinessServer::stats() const
     QMutexLocker lock(&_mutex);
     return {{"config", _configRequests}, {"register", _registerRequests}, {"bad", _badRequests}};
 }
-
-DORVIK_SIM_SERVICE("business", BusinessServer);

@@ -102,5 +102,3 @@ ordered_json DynPwdServer::stats() const
         s["lastProblem"] = _lastProblem.toStdString();
     return s;
 }
-
-DORVIK_SIM_SERVICE("dynpwd", DynPwdServer);

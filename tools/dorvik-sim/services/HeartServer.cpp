@@ -398,5 +398,3 @@ ordered_json HeartServer::stats() const
         s["requestSequences"].push_back(n);
     return s;
 }
-
-DORVIK_SIM_SERVICE("heart", HeartServer);

@@ -202,5 +202,3 @@ ordered_json QrCodeServer::stats() const
             {"badSignatures", _badSignatures},
             {"waiting", _waiting.size()}};
 }
-
-DORVIK_SIM_SERVICE("qrcode", QrCodeServer);

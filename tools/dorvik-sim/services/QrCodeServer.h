@@ -47,8 +47,6 @@ public:
     bool release(const QString &outcome);
     // Checks waiting for an answer now (connections that went away are not counted).
     int waitingChecks();
-    int getRequests() const { return _getRequests; }
-    int checkRequests() const { return _checkRequests; }
     bool lastSignatureOk() const { return _lastSignatureOk; }
 
 private:

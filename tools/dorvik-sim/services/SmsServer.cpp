@@ -174,5 +174,3 @@ ordered_json SmsServer::stats() const
         s["lastProblem"] = _lastProblem.toStdString();
     return s;
 }
-
-DORVIK_SIM_SERVICE("sms", SmsServer);

@@ -115,5 +115,3 @@ ordered_json TokenServer::stats() const
     QMutexLocker lock(&_mutex);
     return {{"requests", _requests}, {"issued", _issued}, {"refused", _refused}};
 }
-
-DORVIK_SIM_SERVICE("token", TokenServer);
