@@ -61,13 +61,15 @@ int MessageBox::show(QWidget *parent, const Alert &alert)
     for (const QString &title : std::as_const(shownAlert.buttons))
         buttons.push_back(box.addButton(title, QMessageBox::AcceptRole));
     box.setDefaultButton(buttons.front());
-    box.setEscapeButton(buttons.back());
+    // Escape or closing the box is the cautious answer: the first button ("确定"), never an
+    // action such as opening the settings.
+    box.setEscapeButton(buttons.front());
     box.exec();
     for (int i = 0; i < buttonCount; ++i) {
         if (box.clickedButton() == buttons[size_t(i)])
             return i;
     }
-    return buttonCount - 1;
+    return 0;
 }
 
 void MessageBox::information(QWidget *parent, const QString &title, const QString &messageText,

@@ -31,7 +31,7 @@ public:
 
     // Shows the alert modally and returns the index of the pressed button. An empty button
     // list shows one "确定". Closing the box with Escape or the window's close button answers
-    // the last button (the first when there is only one).
+    // the first button.
     static int show(QWidget *parent, const Alert &alert);
 
     // The common case: one "确定" button.

@@ -1,10 +1,10 @@
 #include "logInViewController.h"
 
-#include "LogInChecks.h"
 #include "MessageBox.h"
 #include "netList.h"
 
 #include "App/DVAppHost.h"
+#include "App/LoginInput.h"
 #include "Business/DynamicPassword.h"
 #include "Business/QrCode/QrCodeDial.h"
 #include "Business/QrCode/QrCodeGenerator.h"
@@ -396,8 +396,8 @@ void logInViewController::onRememberPwdToggled(bool on)
 
 void logInViewController::connect_()
 {
-    if (const auto failure = checkLogInInput(usernameTF->text(), passworldTF->text())) {
-        setAlert(QStringLiteral("确定"), failure->messageText, failure->informativeText);
+    if (const auto failure = checkLoginInput(usernameTF->text(), passworldTF->text())) {
+        setAlert(QStringLiteral("确定"), QStringLiteral("提示"), *failure);
         return;
     }
     doConnectWithName(usernameTF->text(), passworldTF->text());

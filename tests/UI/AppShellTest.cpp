@@ -5,6 +5,7 @@
 
 #include "AppDelegate.h"
 #include "MessageBox.h"
+#include "checkUpdateViewController.h"
 
 #include "support/LogCapture.h"
 
@@ -45,18 +46,27 @@ TEST_F(AppShell, UpdateCommandNeedsAConnectionAndResetForgetsTheInterface)
     EXPECT_EQ(delegate.window()->windowTitle(), QStringLiteral("dorvik"));
     EXPECT_EQ(delegate.window()->size(), baseWindow::LogInSize);
 
-    int opened = 0;
-    AppDelegate::setUpdateDialogOpener([&](QWidget *) { ++opened; });
+    int made = 0;
+    delegate.setUpdateDialogFactory([&made](QWidget *parent) {
+        ++made;
+        return new checkUpdateViewController(parent);
+    });
     delegate.checkUpdate();
     ASSERT_EQ(MessageBox::shown().size(), 1u);
     EXPECT_EQ(MessageBox::shown()[0].messageText, QStringLiteral("提示"));
     EXPECT_EQ(MessageBox::shown()[0].informativeText, QStringLiteral("请连接后再尝试更新"));
-    EXPECT_EQ(opened, 0);
+    EXPECT_EQ(made, 0);
     UserDefaults::saveConf(true, QStringLiteral("isconnected"));
     delegate.checkUpdate();
-    EXPECT_EQ(opened, 1);
+    ASSERT_NE(delegate.updateDialog(), nullptr);
+    EXPECT_TRUE(delegate.updateDialog()->isVisible());
+    EXPECT_EQ(delegate.updateDialog()->windowTitle(), QStringLiteral("检查更新"));
+    // The dialog is made once; a second opening reuses it.
+    delegate.updateDialog()->close();
+    delegate.checkUpdate();
+    EXPECT_EQ(made, 1);
     EXPECT_EQ(MessageBox::shown().size(), 1u);
-    AppDelegate::setUpdateDialogOpener({});
+    delegate.updateDialog()->close();
 
     UIConf::shared().setRememberPWd(true);
     UIConf::shared().setRememberInterface(true);

@@ -6,9 +6,11 @@
 
 #include "AppDelegate.h"
 #include "MessageBox.h"
+#include "areaConfViewController.h"
 #include "netList.h"
 #include "wifiViewController.h"
 
+#include <QComboBox>
 #include <QDir>
 #include <QGuiApplication>
 #include <QImage>
@@ -82,6 +84,11 @@ TEST_F(Screenshots, EveryViewOfALogIn)
 
     // The area selection.
     window->showArea();
+    // A test program has no shipped tree beside it: show the demo deployment's, with a choice made.
+    auto *area = qobject_cast<areaConfViewController *>(window->currentView());
+    ASSERT_NE(area, nullptr);
+    area->setUpView(areaModel::fromFile(QStringLiteral(DORVIK_SOURCE_DIR "/resources/demo/area.cfg")));
+    area->findChild<QComboBox *>(QStringLiteral("provBtn"))->setCurrentIndex(0);
     EXPECT_EQ(shoot(window, QStringLiteral("2-area")).size(), baseWindow::LogInSize);
     window->showLogIn();
     window->logInView()->usernameField()->setText(QStringLiteral("demo"));

@@ -7,6 +7,8 @@ CliCommand connectCommand();
 CliCommand dialNameCommand();
 CliCommand dynPwdCommand();
 CliCommand qrCommand();
+CliCommand updateCommand();
+CliCommand versionCommand();
 
 const std::vector<CliCommand> &cliCommands()
 {
@@ -18,6 +20,8 @@ const std::vector<CliCommand> &cliCommands()
         dialNameCommand(),
         dynPwdCommand(),
         qrCommand(),
+        updateCommand(),
+        versionCommand(),
     };
     // clang-format on
     return table;

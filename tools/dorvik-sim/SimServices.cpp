@@ -7,6 +7,7 @@
 #include "services/QrCodeServer.h"
 #include "services/SmsServer.h"
 #include "services/TokenServer.h"
+#include "services/UpdateServer.h"
 
 namespace {
 template<typename T> std::unique_ptr<SimService> make()
@@ -29,6 +30,7 @@ const std::vector<SimServiceEntry> &simServices()
         {QStringLiteral("qrcode"), make<QrCodeServer>},
         {QStringLiteral("sms"), make<SmsServer>},
         {QStringLiteral("token"), make<TokenServer>},
+        {QStringLiteral("update"), make<UpdateServer>},
     };
     // clang-format on
     return table;

@@ -185,6 +185,13 @@ int printVersion(const QStringList &)
 
 } // namespace
 
-DORVIK_CLI_COMMAND(QStringLiteral("update"), kUsage, run);
-DORVIK_CLI_COMMAND(QStringLiteral("--version"),
-                   QStringLiteral("--version                            print the version"), printVersion);
+CliCommand updateCommand()
+{
+    return {QStringLiteral("update"), kUsage, run};
+}
+
+CliCommand versionCommand()
+{
+    return {QStringLiteral("--version"), QStringLiteral("--version                            print the version"),
+            printVersion};
+}

@@ -147,5 +147,3 @@ ordered_json UpdateServer::stats() const
             {"downloads", _downloads},
             {"offered", _offered.toStdString()}};
 }
-
-DORVIK_SIM_SERVICE("update", UpdateServer);
