@@ -8,6 +8,8 @@
 #include "services/HeartServer.h"
 #include "services/HostileJson.h"
 
+#include "AccountRule/DVAccountRule.h"
+#include "AccountRule/DVRuleException.h"
 #include "Bcom/BcomOperation.h"
 #include "Business/ConfigReq.h"
 #include "Business/Register.h"
@@ -118,6 +120,21 @@ void configurationFileWithHugeNumbers()
     }
 }
 
+// Without a key a time-PIN rule puts the user part in front again: repeated in the
+// configuration's rule order, the name would double each time.
+void dialNameRulesRepeated()
+{
+    qint64 time = 1700000000;
+    DVAccountRule rule(QStringList(40, QStringLiteral("timepinV1")), std::nullopt, std::nullopt, std::nullopt, &time,
+                       std::nullopt);
+    try {
+        rule.getAccountFromName(QStringLiteral("demo"));
+        ADD_FAILURE() << "a dial name of 2^40 characters was asked for";
+    } catch (const DVRuleException &e) {
+        DVLOG() << e.reason();
+    }
+}
+
 } // namespace
 
 TEST(HostileInput, DeepRepliesAndHugeNumbersGetALoggedErrorAndNoCrash)
@@ -135,6 +152,7 @@ TEST(HostileInput, DeepRepliesAndHugeNumbersGetALoggedErrorAndNoCrash)
         {"registration reply", [] { businessAgainstDeepReplies(false); }, "config request failed", true},
         {"configuration file, deep value", configurationFileWithDeepValue, "configuration rejected", true},
         {"configuration file, huge numbers", configurationFileWithHugeNumbers, nullptr, false},
+        {"dial-name rules repeated", dialNameRulesRepeated, "the dial name grew past 4096 characters", false},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
