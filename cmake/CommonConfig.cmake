@@ -23,8 +23,26 @@ if(DORVIK_SANITIZE)
   target_compile_options(dorvik_common INTERFACE -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   target_link_options(dorvik_common INTERFACE -fsanitize=address,undefined)
 endif()
-# ThreadSanitizer, in a build directory of its own (it cannot be combined with DORVIK_SANITIZE).
+
+# Fuzzing (clang only): every library compiled with coverage for libFuzzer and the address and
+# undefined-behaviour sanitizers; the fuzz targets link libFuzzer's main (fuzz/CMakeLists.txt).
+option(DORVIK_FUZZ "Build the libFuzzer targets under fuzz/ (clang)" OFF)
+if(DORVIK_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "DORVIK_FUZZ needs clang (-DCMAKE_CXX_COMPILER=clang++)")
+  endif()
+  target_compile_options(dorvik_common INTERFACE -fsanitize=fuzzer-no-link,address,undefined
+    -fno-omit-frame-pointer -fno-sanitize-recover=undefined -gline-tables-only)
+  target_link_options(dorvik_common INTERFACE -fsanitize=fuzzer-no-link,address,undefined)
+endif()
+
+# ThreadSanitizer (scripts/tsan.sh): the heartbeat chain, the work queues, the event bus and
+# the UDP transport run on several threads. Not combinable with the address sanitizer.
+option(DORVIK_TSAN "Build with ThreadSanitizer" OFF)
 if(DORVIK_TSAN)
+  if(DORVIK_SANITIZE OR DORVIK_FUZZ)
+    message(FATAL_ERROR "DORVIK_TSAN cannot be combined with DORVIK_SANITIZE or DORVIK_FUZZ")
+  endif()
   target_compile_options(dorvik_common INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
   target_link_options(dorvik_common INTERFACE -fsanitize=thread)
 endif()

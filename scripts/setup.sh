@@ -5,7 +5,9 @@ set -euo pipefail
 
 packages=(
   # toolchain
-  build-essential cmake ninja-build pkg-config clang-format
+  build-essential cmake ninja-build pkg-config clang-format ccache
+  # fuzz targets (libFuzzer comes with clang)
+  clang
   # libraries the client links
   qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev libqt6websockets6-dev
   nlohmann-json3-dev libssl-dev openssl libsecret-1-dev libglib2.0-dev libqrencode-dev

@@ -13,7 +13,15 @@ else
 fi
 build=build-test
 rm -rf "$build"
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DDORVIK_WERROR=ON -DDORVIK_SANITIZE=ON
+# A compiler cache kept outside the clone, when there is one: a fresh clone then rebuilds
+# only what changed since the last run on this machine.
+launcher=()
+if command -v ccache >/dev/null 2>&1; then
+  export CCACHE_DIR=${CCACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/dorvik-ccache}
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD}
+  launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DDORVIK_WERROR=ON -DDORVIK_SANITIZE=ON "${launcher[@]}"
 cmake --build "$build"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=0:abort_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}

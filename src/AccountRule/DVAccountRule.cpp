@@ -12,6 +12,10 @@
 
 namespace {
 constexpr int kPinBufferSize = 13; // 12 characters and the terminator
+// Far beyond any name an access server takes. Without a key a time-PIN rule puts the user part
+// in front again, doubling the name: a configuration repeating such a rule a few dozen times
+// would otherwise ask for gigabytes.
+constexpr qsizetype kMaxDialNameLength = 4096;
 constexpr int kPinCapacity = 12;
 // The V3 encoder never reads more than 8 input bytes with a capacity of 12 characters; 16
 // zero-backed bytes cover every declared length.
@@ -66,6 +70,9 @@ void DVAccountRule::selectRule()
             applyPrefix();
         else if (rule == QLatin1String("suffix"))
             applySuffix();
+        if (_username && _username->size() > kMaxDialNameLength)
+            throw DVRuleException(QStringLiteral("拨号账号过长"),
+                                  QStringLiteral("the dial name grew past %1 characters").arg(kMaxDialNameLength));
     }
 }
 

@@ -1,6 +1,7 @@
 #include "BcomCrypt.h"
 
 #include "Util/Crypto.h"
+#include "Util/DVJson.h"
 #include "Util/DVUtils.h"
 #include "Util/HexAdditions.h"
 #include "Util/Log.h"
@@ -81,11 +82,13 @@ std::optional<QString> BcomOpSalt::DYNAMIC(const QString &saltKey, const std::op
     // The script travels AES-encrypted under the salt key, as JSON with the Base64 script text.
     const auto sealed = BcomCrypt::base64DecodeIgnoringUnknown(key1);
     const auto plain = sealed ? DVUtils::aesEcbDecode(*sealed, saltKey) : std::nullopt;
-    ordered_json doc = ordered_json::parse(plain.value_or(QByteArray()).toStdString(), nullptr, false);
-    if (!plain || doc.is_discarded()) {
-        DVLOG() << "decode script failed";
+    QString why;
+    const std::optional<ordered_json> parsed = plain ? DVJson::parse(*plain, &why) : std::nullopt;
+    if (!parsed) {
+        DVLOG() << "decode script failed" << why;
         return std::nullopt;
     }
+    const ordered_json &doc = *parsed;
     QString scriptData;
     if (doc.is_object()) {
         const auto it = doc.find("script_data");

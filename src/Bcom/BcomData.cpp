@@ -4,6 +4,7 @@
 #include "BcomCrypt.h"
 #include "BcomJson.h"
 #include "Conf/Conf.h"
+#include "Util/DVJson.h"
 #include "Util/Log.h"
 
 #include <cstdlib>
@@ -32,13 +33,14 @@ std::optional<BcomData> BcomData::fromJson(const ordered_json &json, QString *er
 
 std::optional<BcomData> BcomData::fromData(const QByteArray &body, QString *error)
 {
-    const ordered_json json = ordered_json::parse(body.constData(), body.constData() + body.size(), nullptr, false);
-    if (json.is_discarded()) {
+    QString why;
+    const std::optional<ordered_json> json = DVJson::parse(body, &why);
+    if (!json) {
         if (error)
-            *error = QStringLiteral("BcomData is not valid JSON");
+            *error = QStringLiteral("BcomData is not valid JSON: ") + why;
         return std::nullopt;
     }
-    return fromJson(json, error);
+    return fromJson(*json, error);
 }
 
 ordered_json BcomData::toJson() const

@@ -1,7 +1,6 @@
 #include "BcomJson.h"
 
-#include <cmath>
-#include <limits>
+#include "Util/DVJson.h"
 
 namespace BcomJson {
 
@@ -93,30 +92,7 @@ QStringList Reader::requiredStringArray(const char *key)
 
 qint32 toInt32(const ordered_json &number)
 {
-    if (number.is_number_unsigned()) {
-        const auto u = number.get<quint64>();
-        return u > quint64(std::numeric_limits<qint32>::max()) ? std::numeric_limits<qint32>::max()
-                                                               : static_cast<qint32>(u);
-    }
-    if (number.is_number_integer()) {
-        const auto i = number.get<qint64>();
-        if (i > std::numeric_limits<qint32>::max())
-            return std::numeric_limits<qint32>::max();
-        if (i < std::numeric_limits<qint32>::min())
-            return std::numeric_limits<qint32>::min();
-        return static_cast<qint32>(i);
-    }
-    if (number.is_number_float()) {
-        const double d = std::trunc(number.get<double>());
-        if (std::isnan(d))
-            return 0;
-        if (d >= double(std::numeric_limits<qint32>::max()))
-            return std::numeric_limits<qint32>::max();
-        if (d <= double(std::numeric_limits<qint32>::min()))
-            return std::numeric_limits<qint32>::min();
-        return static_cast<qint32>(d);
-    }
-    return 0;
+    return DVJson::saturatedInteger<qint32>(number).value_or(0);
 }
 
 } // namespace BcomJson

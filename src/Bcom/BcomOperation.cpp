@@ -207,8 +207,10 @@ std::optional<BcomData> BcomOperation::handleData(const HttpResult &result, std:
 
     QString parseError;
     auto reply = BcomData::fromData(result.data, &parseError);
-    if (!reply)
+    if (!reply) {
+        DVLOG() << parseError;
         return stop(QStringLiteral("response data parse failed"));
+    }
     if (parsedReply)
         *parsedReply = reply;
     const auto content = reply->getContentObject();

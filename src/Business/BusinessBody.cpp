@@ -1,6 +1,7 @@
 #include "BusinessBody.h"
 
 #include "Conf/Conf.h"
+#include "Util/DVJson.h"
 
 namespace BusinessBody {
 
@@ -43,13 +44,7 @@ std::optional<nlohmann::ordered_json> text(const std::optional<QString> &value)
 
 std::optional<nlohmann::ordered_json> parse(const QByteArray &body, QString *why)
 {
-    try {
-        return nlohmann::ordered_json::parse(body.constBegin(), body.constEnd());
-    } catch (const nlohmann::ordered_json::exception &e) {
-        if (why)
-            *why = QString::fromUtf8(e.what());
-        return std::nullopt;
-    }
+    return DVJson::parse(body, why);
 }
 
 } // namespace BusinessBody

@@ -3,6 +3,7 @@
 #include "ConfCrypt.h"
 #include "ReceivedConf.h"
 
+#include "Util/DVJson.h"
 #include "Util/DVUtils.h"
 #include "Util/Log.h"
 #include "Util/UserDefaults.h"
@@ -191,12 +192,9 @@ std::optional<quint64> SMS::getTimeOutSeconds() const
         return std::nullopt;
     // A negative or unreadable count gives 0: the dialog then does not wait at all rather
     // than waiting for an absurdly long time.
-    if (v->is_number_unsigned())
-        return v->get<quint64>();
-    if (v->is_number_integer())
-        return static_cast<quint64>(std::max<qint64>(0, v->get<qint64>()));
-    if (v->is_number_float())
-        return v->get<double>() > 0 ? static_cast<quint64>(v->get<double>()) : 0;
+    // Huge, infinite or NaN numbers saturate (NaN counts as 0) instead of overflowing.
+    if (v->is_number())
+        return DVJson::saturatedInteger<quint64>(*v).value_or(0);
     if (v->is_boolean())
         return v->get<bool>() ? 1 : 0;
     if (v->is_string())

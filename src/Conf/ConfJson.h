@@ -7,9 +7,7 @@
 
 #include <optional>
 
-// Reads a JSON document into an ordered_json in linear time. The library's own parser looks
-// up every new member among the ones already read, which makes objects with thousands of
-// members (one per area code) quadratic to read. Members keep their order; a repeated key
-// keeps its first position and takes the last value, as with the library's parser.
-// nullopt and a description of the fault in `error` when the text is not JSON.
+// Reads the configuration's JSON text: linear time (one member per area code makes objects of
+// thousands of members), members in order, nesting bounded (see Util/DVJson.h). nullopt and a
+// description of the fault in `error` when the text is not JSON or nested too deep.
 std::optional<nlohmann::ordered_json> parseOrderedJson(const QByteArray &text, QString *error);

@@ -101,7 +101,9 @@ bool ReceivedConf::saveAreaObjectJson(const nlohmann::ordered_json &object)
         DVLOG() << "received configuration is not an object, not stored";
         return false;
     }
-    const QByteArray text = QByteArray::fromStdString(object.dump());
+    // The tree's depth is bounded by its reader; texts that are not UTF-8 are replaced.
+    const QByteArray text =
+        QByteArray::fromStdString(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
     return saveAreaObject(QJsonDocument::fromJson(text).object().toVariantMap());
 }
 

@@ -1,6 +1,7 @@
 #include "QrCodeModels.h"
 
 #include "QrCodeError.h"
+#include "Util/DVJson.h"
 #include "Util/Log.h"
 
 #include <nlohmann/json.hpp>
@@ -29,14 +30,13 @@ bool readText(const ordered_json &object, const char *key, bool required, std::o
 
 std::optional<ordered_json> parseObject(const QByteArray &body, DVError *error)
 {
-    ordered_json json;
-    try {
-        json = ordered_json::parse(body.constBegin(), body.constEnd());
-    } catch (const ordered_json::exception &e) {
-        setError(error, QrCodeError::createErrorWithID(QrCodeError::ParseFailed, QString::fromUtf8(e.what())));
+    QString why;
+    std::optional<ordered_json> json = DVJson::parse(body, &why);
+    if (!json) {
+        setError(error, QrCodeError::createErrorWithID(QrCodeError::ParseFailed, why));
         return std::nullopt;
     }
-    if (!json.is_object()) {
+    if (!json->is_object()) {
         setError(error, QrCodeError::createErrorWithID(QrCodeError::ParseFailed, QStringLiteral("not an object")));
         return std::nullopt;
     }

@@ -1,4 +1,5 @@
 #include "BusinessServer.h"
+#include "HostileJson.h"
 
 #include <QHttpServerResponse>
 #include <QTextStream>
@@ -146,6 +147,15 @@ QHttpServerResponse BusinessServer::handle(const QHttpServerRequest &request, bo
         answer = config ? defaultConfigAnswer(area) : defaultRegisterAnswer(area);
     if (_scenario == QLatin1String("wrong-resptype"))
         (*answer)["RespType"] = "OtherResp";
+    if (_scenario == QLatin1String("deep")) {
+        // The bubble list of the configuration answer, a member of the registration's infos.
+        if (config)
+            (*answer)["Infos"]["BubbleConfig"] = "@deep@";
+        else
+            (*answer)["infos"]["deep"] = "@deep@";
+        return QHttpServerResponse(QByteArrayLiteral("application/json"),
+                                   HostileJson::withDeepValue(QByteArray::fromStdString(answer->dump())));
+    }
     return BusinessSim::jsonResponse(*answer);
 }
 

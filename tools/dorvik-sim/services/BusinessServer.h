@@ -25,7 +25,8 @@ QHttpServerResponse jsonResponse(const nlohmann::ordered_json &body,
 //
 // Tests (or a person, with POST /sim/business/answer?kind=config|register and a JSON body)
 // can replace the next answers. Fault scenarios ("business" scenario): "http500" (every
-// request gets status 500), "wrong-resptype" (answers carry another "RespType").
+// request gets status 500), "wrong-resptype" (answers carry another "RespType"), "deep" (the
+// configuration answer's bubble list and a registration info hold arrays nested 100,000 deep).
 class BusinessServer : public SimService
 {
     Q_OBJECT

@@ -1,4 +1,5 @@
 #include "HeartServer.h"
+#include "HostileJson.h"
 
 #include "Util/Crypto.h"
 
@@ -195,6 +196,9 @@ HeartServer::Reply HeartServer::handle(const QByteArray &path, const QList<QPair
     }
     if (_scenario == QLatin1String("http500"))
         reply.status = 500;
+    if (_scenario == QLatin1String("deep"))
+        reply.body.replace(QByteArrayLiteral("\"content\":{"),
+                           QByteArray(QByteArrayLiteral("\"content\":{\"deep\":") + HostileJson::deepArrays() + ','));
     return reply;
 }
 

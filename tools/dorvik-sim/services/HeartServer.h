@@ -22,7 +22,7 @@ class QTcpSocket;
 // Fault scenarios ("heart" scenario): "nak-storm" (NAK every request), "reject" (a terminal
 // REJECT), "http500" (status 500 with a valid body), "garbage" (bodies that are not JSON),
 // "silence" (requests are read and never answered), "lowercase-offer" (the OFFER's type
-// written "offer").
+// written "offer"), "deep" (every answer's content holds arrays nested 100,000 deep).
 class HeartServer : public SimService
 {
     Q_OBJECT
