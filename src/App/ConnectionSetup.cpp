@@ -32,41 +32,39 @@ std::optional<int> wholeNumber(const QCommandLineParser &parser, const QString &
     return value;
 }
 
-// The simulated link asks the simulated access concentrator, as pppd would ask the provider's
-// access server. Runs on the thread of the back-end; the HTTP client is made there on first use.
-SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::shared_ptr<QPointer<DVApp>> app)
-{
-    auto network = std::make_shared<std::unique_ptr<QNetworkAccessManager>>();
-    return
-        [url, app, network](const QString &dialName, const QString &password, std::function<void(bool, QString)> done) {
-            if (!*network)
-                *network = std::make_unique<QNetworkAccessManager>();
-            QNetworkRequest request(url);
-            request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-            request.setTransferTimeout(5000);
-            const QString mac = *app && (*app)->pppoe() ? (*app)->pppoe()->getMacAddress() : QString();
-            const json body = {
-                {"dialName", dialName.toStdString()}, {"password", password.toStdString()}, {"mac", mac.toStdString()}};
-            QNetworkReply *reply = (*network)->post(request, QByteArray::fromStdString(body.dump()));
-            QObject::connect(reply, &QNetworkReply::finished, reply, [reply, done] {
-                reply->deleteLater();
-                const QByteArray raw = reply->readAll();
-                const json answer = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
-                if (answer.is_object() && answer.value("accepted", false)) {
-                    done(true, QString());
-                    return;
-                }
-                QString reason = reply->error() == QNetworkReply::NoError || !raw.isEmpty()
-                                     ? QStringLiteral("refused")
-                                     : QStringLiteral("access concentrator unreachable: ") + reply->errorString();
-                if (answer.is_object() && answer.contains("reason") && answer["reason"].is_string())
-                    reason = QString::fromStdString(answer["reason"].get<std::string>());
-                done(false, reason);
-            });
-        };
-}
 } // namespace
 
+SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::function<QString()> macAddress)
+{
+    auto network = std::make_shared<std::unique_ptr<QNetworkAccessManager>>();
+    return [url, macAddress, network](const QString &dialName, const QString &password,
+                                      std::function<void(bool, QString)> done) {
+        if (!*network)
+            *network = std::make_unique<QNetworkAccessManager>();
+        QNetworkRequest request(url);
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+        request.setTransferTimeout(5000);
+        const QString mac = macAddress ? macAddress() : QString();
+        const json body = {
+            {"dialName", dialName.toStdString()}, {"password", password.toStdString()}, {"mac", mac.toStdString()}};
+        QNetworkReply *reply = (*network)->post(request, QByteArray::fromStdString(body.dump()));
+        QObject::connect(reply, &QNetworkReply::finished, reply, [reply, done] {
+            reply->deleteLater();
+            const QByteArray raw = reply->readAll();
+            const json answer = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
+            if (answer.is_object() && answer.value("accepted", false)) {
+                done(true, QString());
+                return;
+            }
+            QString reason = reply->error() == QNetworkReply::NoError || !raw.isEmpty()
+                                 ? QStringLiteral("refused")
+                                 : QStringLiteral("access concentrator unreachable: ") + reply->errorString();
+            if (answer.is_object() && answer.contains("reason") && answer["reason"].is_string())
+                reason = QString::fromStdString(answer["reason"].get<std::string>());
+            done(false, reason);
+        });
+    };
+}
 void addOptions(QCommandLineParser &parser)
 {
     parser.addOption({QStringLiteral("area"), QStringLiteral("area code"), QStringLiteral("code")});
@@ -134,7 +132,9 @@ std::unique_ptr<DVApp> makeApp(const Settings &settings, QString *error)
         if (settings.simInterfaces < int(config.interfaces.size()))
             config.interfaces.resize(size_t(qMax(1, settings.simInterfaces)));
         config.callDelayMs = settings.simCallDelayMs;
-        config.authHook = accessConcentratorHook(settings.accessConcentrator, appRef);
+        config.authHook = accessConcentratorHook(settings.accessConcentrator, [appRef] {
+            return *appRef && (*appRef)->pppoe() ? (*appRef)->pppoe()->getMacAddress() : QString();
+        });
         platform = std::make_unique<SimulatedPlatform>(std::move(config));
     } else {
         platform = PPPoEPlatformFactory::create(chosen);

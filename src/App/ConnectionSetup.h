@@ -1,10 +1,12 @@
 #pragma once
 
 #include "App/DVApp.h"
+#include "Dial/simulated/SimulatedPlatform.h"
 
 #include <QString>
 #include <QUrl>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -41,5 +43,11 @@ bool loadConfiguration(const Settings &settings, QString *error);
 // asks the simulated access concentrator to check each dial. Null with `error` set for an
 // unknown back-end.
 std::unique_ptr<DVApp> makeApp(const Settings &settings, QString *error);
+
+// The check a simulated link makes for each dial: it asks the simulated access concentrator at
+// `url`, as pppd would ask the provider's access server, sending the dial name, the password and
+// the dialled interface's MAC address. Runs on the back-end's thread; its HTTP client is made
+// there on first use.
+SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::function<QString()> macAddress);
 
 } // namespace ConnectionSetup

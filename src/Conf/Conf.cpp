@@ -248,6 +248,17 @@ std::unique_ptr<Conf> Conf::fromFile(const QString &path, QString *error)
     return conf;
 }
 
+std::unique_ptr<Conf> Conf::fromEncryptedOrPlainFile(const QString &path, QString *error)
+{
+    if (auto conf = fromFile(path, error))
+        return conf;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return nullptr;
+    const QByteArray raw = file.readAll();
+    return raw.trimmed().startsWith('{') ? fromJson(raw, error) : nullptr;
+}
+
 // --- Conf: area -------------------------------------------------------------------------------
 
 QString Conf::area()

@@ -190,6 +190,8 @@ public:
     static std::unique_ptr<Conf> fromJson(const QByteArray &plaintext, QString *error = nullptr);
     // Reads, decrypts and parses a file; failures as for fromJson.
     static std::unique_ptr<Conf> fromFile(const QString &path, QString *error = nullptr);
+    // The shipped (encrypted) form, or plain JSON as a deployer edits it (the tools' --config).
+    static std::unique_ptr<Conf> fromEncryptedOrPlainFile(const QString &path, QString *error = nullptr);
     // Makes `conf` what shared() returns from now on (tools that take --config, tests).
     static void setShared(std::unique_ptr<Conf> conf);
 

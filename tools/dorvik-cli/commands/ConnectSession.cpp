@@ -3,6 +3,7 @@
 #include "CliCommand.h"
 #include "UnixSignals.h"
 
+#include "App/ConnectionSetup.h"
 #include "App/LoginInput.h"
 #include "Bcom/BcomData.h"
 #include "Business/BubbleCenter.h"
@@ -14,9 +15,6 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QNetworkRequest>
 #include <QTimer>
 
 #include <nlohmann/json.hpp>
@@ -170,31 +168,8 @@ int ConnectSession::run()
     if (auto *simulated = dynamic_cast<SimulatedPlatform *>(platform.get())) {
         // The simulated link asks the simulated access concentrator, as pppd would ask the
         // provider's access server.
-        _network = new QNetworkAccessManager(this);
-        simulated->setAuthHook([this](const QString &dialName, const QString &pw,
-                                      std::function<void(bool, QString)> done) {
-            QNetworkRequest request(_settings.accessConcentrator);
-            request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-            request.setTransferTimeout(5000);
-            const json body = {
-                {"dialName", dialName.toStdString()}, {"password", pw.toStdString()}, {"mac", _dialMac.toStdString()}};
-            QNetworkReply *reply = _network->post(request, QByteArray::fromStdString(body.dump()));
-            connect(reply, &QNetworkReply::finished, this, [reply, done] {
-                reply->deleteLater();
-                const QByteArray raw = reply->readAll();
-                const json answer = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
-                if (answer.is_object() && answer.value("accepted", false)) {
-                    done(true, QString());
-                    return;
-                }
-                QString reason = reply->error() == QNetworkReply::NoError || !raw.isEmpty()
-                                     ? QStringLiteral("refused")
-                                     : QStringLiteral("access concentrator unreachable: ") + reply->errorString();
-                if (answer.is_object() && answer.contains("reason") && answer["reason"].is_string())
-                    reason = QString::fromStdString(answer["reason"].get<std::string>());
-                done(false, reason);
-            });
-        });
+        simulated->setAuthHook(
+            ConnectionSetup::accessConcentratorHook(_settings.accessConcentrator, [this] { return _dialMac; }));
     }
 
     DVApp::Options options;

@@ -11,7 +11,6 @@
 
 class QCommandLineParser;
 class PPPoEPlatform;
-class QNetworkAccessManager;
 class UnixSignals;
 
 // One headless connection: loads the configuration, dials through the controller, reports
@@ -67,7 +66,6 @@ private:
 
     Settings _settings;
     std::unique_ptr<DVApp> _app;
-    QNetworkAccessManager *_network = nullptr;
     QString _dialMac;
     bool _everConnected = false;
     bool _hangingUp = false;

@@ -8,7 +8,6 @@
 #include "Util/OperationQueue.h"
 
 #include <QEventLoop>
-#include <QFile>
 
 #include <nlohmann/json.hpp>
 
@@ -22,20 +21,6 @@ int fail(const QString &message, int code)
 {
     Cli::err(QStringLiteral("dorvik-cli dynpwd: ") + message);
     return code;
-}
-
-// The shipped (encrypted) form, or plain JSON as a deployer edits it.
-std::unique_ptr<Conf> loadConf(const QString &path, QString *error)
-{
-    if (auto conf = Conf::fromFile(path, error))
-        return conf;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return nullptr;
-    const QByteArray raw = file.readAll();
-    if (!raw.trimmed().startsWith('{'))
-        return nullptr;
-    return Conf::fromJson(raw, error);
 }
 
 int run(QStringList args)
@@ -58,7 +43,7 @@ int run(QStringList args)
 
     if (config) {
         QString error;
-        auto conf = loadConf(*config, &error);
+        auto conf = Conf::fromEncryptedOrPlainFile(*config, &error);
         if (!conf)
             return fail(QStringLiteral("cannot use %1: %2").arg(*config, error), 1);
         Conf::setShared(std::move(conf));

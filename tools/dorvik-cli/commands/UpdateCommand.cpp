@@ -11,7 +11,6 @@
 #include "Util/userSecurityInfo.h"
 
 #include <QEventLoop>
-#include <QFile>
 #include <QTimer>
 #include <QUrl>
 
@@ -30,18 +29,6 @@ int fail(const QString &message, int code)
 {
     Cli::err(QStringLiteral("dorvik-cli update: ") + message);
     return code;
-}
-
-// The shipped (encrypted) form, or plain JSON as a deployer edits it.
-std::unique_ptr<Conf> loadConf(const QString &path, QString *error)
-{
-    if (auto conf = Conf::fromFile(path, error))
-        return conf;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return nullptr;
-    const QByteArray raw = file.readAll();
-    return raw.trimmed().startsWith('{') ? Conf::fromJson(raw, error) : nullptr;
 }
 
 void drawProgress(qint64 written, qint64 expected)
@@ -91,7 +78,7 @@ int run(QStringList args)
     }
     if (config) {
         QString error;
-        auto conf = loadConf(*config, &error);
+        auto conf = Conf::fromEncryptedOrPlainFile(*config, &error);
         if (!conf)
             return fail(QStringLiteral("cannot use %1: %2").arg(*config, error), 1);
         Conf::setShared(std::move(conf));
