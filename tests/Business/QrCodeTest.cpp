@@ -261,7 +261,8 @@ TEST(QrCodeDialDecrypt, EncryptedUserInformation)
 
 TEST(QrAnswers, Validation)
 {
-    for (const auto &c : TestData::load("business.json").at("qrAnswers")) {
+    const auto data = TestData::load("business.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("qrAnswers")) {
         SCOPED_TRACE(c.dump());
         const QByteArray body = TestData::text(c, "body").toUtf8();
         DVError error;

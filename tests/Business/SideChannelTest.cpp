@@ -168,7 +168,8 @@ void runToEnd(const std::shared_ptr<Operation> &op, std::shared_ptr<OperationQue
 TEST(SMSVerify, OutcomesOfTheExchangeReachTheUserInterface)
 {
     const auto queue = OperationQueue::create();
-    for (const json &c : TestData::load("sidechannel.json").at("sms")) {
+    const auto data = TestData::load("sidechannel.json"); // the loop must not outlive the document
+    for (const json &c : data.at("sms")) {
         SCOPED_TRACE(c.dump());
         SimHost sim;
         const quint16 port = startService(sim, QStringLiteral("sms"), TestData::text(c, "scenario"));
@@ -208,7 +209,8 @@ TEST(SMSVerify, OutcomesOfTheExchangeReachTheUserInterface)
 
 TEST(DynamicPassword, ServerRepliesAreClassified)
 {
-    for (const json &c : TestData::load("sidechannel.json").at("dynpwd")) {
+    const auto data = TestData::load("sidechannel.json"); // the loop must not outlive the document
+    for (const json &c : data.at("dynpwd")) {
         SCOPED_TRACE(c.dump());
         SimHost sim;
         std::map<QString, QString> accounts;

@@ -122,7 +122,8 @@ TEST_F(TokenService, AnswersThatAreNotPostedAndRequestsNotSent)
 
 TEST(TokenAnswer, ParsingRules)
 {
-    for (const auto &c : TestData::load("business.json").at("tokenAnswers")) {
+    const auto data = TestData::load("business.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("tokenAnswers")) {
         QString why;
         EXPECT_EQ(TokenReuest::parseTokenInfo(TestData::text(c, "body").toUtf8(), &why).has_value(),
                   c.at("parses").get<bool>())
