@@ -5,7 +5,6 @@
 #include "UiTestSupport.h"
 
 #include "AppDelegate.h"
-#include "MessageBox.h"
 #include "netList.h"
 #include "tools/ToolProcess.h"
 #include "wifiViewController.h"
@@ -13,11 +12,9 @@
 #include "App/ConnectionSetup.h"
 #include "Conf/Conf.h"
 
-#include <QFile>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTableWidget>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -30,32 +27,15 @@ using json = nlohmann::ordered_json;
 
 namespace {
 
-quint16 freeTcpPort()
-{
-    QTcpServer s;
-    s.listen(QHostAddress::LocalHost, 0);
-    return s.serverPort();
-}
+using DorvikEndToEnd = Fixture;
 
-TEST(DorvikEndToEnd, LogInThroughTheWindowThenDisconnect)
+TEST_F(DorvikEndToEnd, LogInThroughTheWindowThenDisconnect)
 {
     QTemporaryDir dir;
-    QFile demo(QStringLiteral(DORVIK_DEMO_CONFIG));
-    ASSERT_TRUE(demo.open(QIODevice::ReadOnly));
-    const QByteArray raw = demo.readAll();
-    json config = json::parse(raw.constData(), raw.constData() + raw.size());
-    const auto http = [](quint16 port) { return "http://127.0.0.1:" + std::to_string(port); };
-    const quint16 heart = freeTcpPort();
-    config["heart"]["negotiateurl"] = {{"default", http(heart) + "/negotiate"}};
-    config["heart"]["hearbeaturl"] = {{"default", http(heart) + "/heartbeat"}};
-    config["business"]["host"] = {{"default", http(freeTcpPort())}};
-    config["sms"]["host"] = {{"default", "127.0.0.1"}};
-    const quint16 ac = freeTcpPort();
+    const json config = demoConfigOnFreePorts();
+    const quint16 ac = freeLocalPort();
     const QString plain = dir.filePath(QStringLiteral("system.json"));
-    QFile file(plain);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(QByteArray::fromStdString(config.dump()));
-    file.close();
+    ASSERT_TRUE(writeJsonFile(plain, config));
 
     ToolProcess sim{QStringLiteral(DORVIK_SIM)};
     ASSERT_TRUE(sim.start({QStringLiteral("--config"), plain, QStringLiteral("--area"), QStringLiteral("1001"),
@@ -73,9 +53,6 @@ TEST(DorvikEndToEnd, LogInThroughTheWindowThenDisconnect)
     settings.heartbeatScale = 20;
     QString error;
     ASSERT_TRUE(ConnectionSetup::loadConfiguration(settings, &error)) << error.toStdString();
-    resetPreferences();
-    MessageBox::clearShown();
-    MessageBox::setDefaultAnswer(0);
     {
         DVAppHost host([&] { return ConnectionSetup::makeApp(settings, &error); });
         AppDelegate delegate(&host);
@@ -101,7 +78,6 @@ TEST(DorvikEndToEnd, LogInThroughTheWindowThenDisconnect)
         ASSERT_TRUE(waitFor([&] { return window->logInView() != nullptr; }, 20000));
         EXPECT_EQ(window->size(), baseWindow::LogInSize);
     }
-    MessageBox::setDefaultAnswer(std::nullopt);
 
     EXPECT_EQ(sim.signalAndWait(SIGINT, 10000), 0);
     json stats;

@@ -5,7 +5,6 @@
 #include "UiTestSupport.h"
 
 #include "AppDelegate.h"
-#include "MessageBox.h"
 #include "areaConfViewController.h"
 #include "netList.h"
 #include "wifiViewController.h"
@@ -55,18 +54,15 @@ QImage shoot(QWidget *widget, const QString &name)
     return image;
 }
 
-class Screenshots : public ::testing::Test
+class Screenshots : public Fixture
 {
 protected:
     void SetUp() override
     {
         if (QGuiApplication::platformName() != QLatin1String("xcb"))
             GTEST_SKIP() << "needs an X server (run under xvfb-run)";
-        useDemoConfiguration();
-        resetPreferences();
-        MessageBox::setDefaultAnswer(0);
+        Fixture::SetUp();
     }
-    void TearDown() override { MessageBox::setDefaultAnswer(std::nullopt); }
 };
 
 TEST_F(Screenshots, EveryViewOfALogIn)

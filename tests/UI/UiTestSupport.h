@@ -7,9 +7,12 @@
 #include "App/DVAppHost.h"
 #include "Dial/simulated/SimulatedPlatform.h"
 #include "DyPwdCountdown.h"
+#include "MessageBox.h"
 #include "baseWindow.h"
 
 #include <QString>
+
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
@@ -53,5 +56,21 @@ std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks = nu
 
 // Runs the event loop until `done` or the time-out.
 bool waitFor(const std::function<bool()> &done, int timeoutMs = 10000);
+
+// Every window test starts on the demo configuration with nothing remembered, a full countdown,
+// and alerts recorded and answered with their first button instead of waiting for a click.
+class Fixture : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        useDemoConfiguration();
+        resetPreferences();
+        MessageBox::clearShown();
+        MessageBox::setDefaultAnswer(0);
+        DyPwdCountdown::counter() = DyPwdCountdown::Seconds;
+    }
+    void TearDown() override { MessageBox::setDefaultAnswer(std::nullopt); }
+};
 
 } // namespace UiTest

@@ -23,16 +23,7 @@
 
 namespace {
 
-void writeFile(const QString &path, const QByteArray &data, bool executable = false)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(data);
-    f.close();
-    if (executable)
-        f.setPermissions(f.permissions() | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
-}
+using TestSupport::writeFile;
 
 // An installation tree of scripts: dorvik-cli answers --version from the version file (or
 // fails when `startable` is false), the windowed dorvik notes in $DORVIK_TEST_MARKER that it

@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -53,22 +52,11 @@ TEST(UpdateEndToEnd, TheInstalledClientUpdatesItself)
     const QString oldVersion = before.out.trimmed().section(QLatin1Char(' '), -1);
     const QString newVersion = oldVersion + QStringLiteral(".1");
 
-    QFile demo(QStringLiteral(DORVIK_DEMO_CONFIG));
-    ASSERT_TRUE(demo.open(QIODevice::ReadOnly));
-    const QByteArray raw = demo.readAll();
-    json config = json::parse(raw.constData(), raw.constData() + raw.size());
-    quint16 port;
-    {
-        QTcpServer s;
-        s.listen(QHostAddress::LocalHost, 0);
-        port = s.serverPort();
-    }
+    json config = demoConfigOnFreePorts();
+    const quint16 port = freeLocalPort();
     config["update"]["host"] = {{"default", "http://127.0.0.1:" + std::to_string(port) + "/update"}};
     const QString configPath = dir.filePath(QStringLiteral("system.json"));
-    QFile plain(configPath);
-    ASSERT_TRUE(plain.open(QIODevice::WriteOnly));
-    plain.write(QByteArray::fromStdString(config.dump(2)));
-    plain.close();
+    ASSERT_TRUE(writeJsonFile(configPath, config));
 
     qputenv("DORVIK_SIM_UPDATE_TREE", prefix.toUtf8());
     ToolProcess sim(QStringLiteral(DORVIK_SIM));

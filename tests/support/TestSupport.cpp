@@ -2,6 +2,9 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QThread>
 
 namespace TestSupport {
@@ -31,6 +34,16 @@ QString sourceTestsDir()
 QString buildDir()
 {
     return QStringLiteral(DORVIK_BUILD_DIR);
+}
+
+bool writeFile(const QString &path, const QByteArray &data, bool executable)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly) || f.write(data) != data.size())
+        return false;
+    f.close();
+    return !executable || f.setPermissions(f.permissions() | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
 }
 
 } // namespace TestSupport

@@ -18,4 +18,7 @@ QString sourceTestsDir();
 // The build tree's root.
 QString buildDir();
 
+// Writes `data` to `path`, making its directory; false when it cannot.
+bool writeFile(const QString &path, const QByteArray &data, bool executable = false);
+
 } // namespace TestSupport

@@ -8,9 +8,7 @@
 
 #include <QDir>
 #include <QFile>
-#include <QTcpServer>
 #include <QTemporaryDir>
-#include <QUdpSocket>
 
 #include <gtest/gtest.h>
 
@@ -18,20 +16,6 @@
 
 namespace {
 using json = nlohmann::ordered_json;
-
-quint16 freeTcpPort()
-{
-    QTcpServer s;
-    s.listen(QHostAddress::LocalHost, 0);
-    return s.serverPort();
-}
-
-quint16 freeUdpPort()
-{
-    QUdpSocket s;
-    s.bind(QHostAddress::LocalHost, 0);
-    return s.localPort();
-}
 
 bool isEvent(const json &line, const char *event)
 {
@@ -49,29 +33,9 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(dir.isValid());
-        QFile demo(QStringLiteral(DORVIK_DEMO_CONFIG));
-        ASSERT_TRUE(demo.open(QIODevice::ReadOnly));
-        const QByteArray raw = demo.readAll();
-        json config = json::parse(raw.constData(), raw.constData() + raw.size());
-
-        // Every server on a port of its own for this run, so that runs may overlap.
-        const auto http = [](quint16 port) { return "http://127.0.0.1:" + std::to_string(port); };
-        const quint16 heart = freeTcpPort();
-        config["heart"]["negotiateurl"] = {{"default", http(heart) + "/negotiate"}};
-        config["heart"]["hearbeaturl"] = {{"default", http(heart) + "/heartbeat"}};
-        config["business"]["host"] = {{"default", http(freeTcpPort())}};
-        config["token"]["host"] = {{"default", http(freeTcpPort())}};
-        config["qrcode"]["host"] = {{"default", http(freeTcpPort())}};
-        config["update"]["host"] = {{"default", http(freeTcpPort())}};
-        config["sms"]["host"] = {{"default", "127.0.0.1:" + std::to_string(freeUdpPort())}};
-        config["dynmicpwd"]["host"] = {{"default", "127.0.0.1:" + std::to_string(freeUdpPort())}};
-        acPort = freeTcpPort();
-
+        acPort = freeLocalPort();
         plainPath = dir.filePath(QStringLiteral("system.json"));
-        QFile plain(plainPath);
-        ASSERT_TRUE(plain.open(QIODevice::WriteOnly));
-        plain.write(QByteArray::fromStdString(config.dump(2)));
-        plain.close();
+        ASSERT_TRUE(writeJsonFile(plainPath, demoConfigOnFreePorts()));
 
         // The client gets the file as a deployer ships it: encrypted with the built-in key.
         QProcess encrypt;

@@ -2,6 +2,10 @@
 
 #include "support/TestSupport.h"
 
+#include <QFile>
+#include <QTcpServer>
+#include <QUdpSocket>
+
 #include <csignal>
 
 ToolProcess::~ToolProcess()
@@ -74,4 +78,40 @@ int ToolProcess::signalAndWait(int signal, int timeoutMs)
 size_t ToolProcess::count(const std::function<bool(const nlohmann::ordered_json &)> &match) const
 {
     return static_cast<size_t>(std::count_if(_lines.begin(), _lines.end(), match));
+}
+
+quint16 freeLocalPort(bool udp)
+{
+    if (udp) {
+        QUdpSocket s;
+        s.bind(QHostAddress::LocalHost, 0);
+        return s.localPort();
+    }
+    QTcpServer s;
+    s.listen(QHostAddress::LocalHost, 0);
+    return s.serverPort();
+}
+
+nlohmann::ordered_json demoConfigOnFreePorts()
+{
+    QFile demo(QStringLiteral(DORVIK_DEMO_CONFIG));
+    if (!demo.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray raw = demo.readAll();
+    auto config = nlohmann::ordered_json::parse(raw.constData(), raw.constData() + raw.size());
+    const auto http = [] { return "http://127.0.0.1:" + std::to_string(freeLocalPort()); };
+    const std::string heart = http();
+    config["heart"]["negotiateurl"] = {{"default", heart + "/negotiate"}};
+    config["heart"]["hearbeaturl"] = {{"default", heart + "/heartbeat"}};
+    for (const char *service : {"business", "token", "qrcode", "update"})
+        config[service]["host"] = {{"default", http()}};
+    for (const char *service : {"sms", "dynmicpwd"})
+        config[service]["host"] = {{"default", "127.0.0.1:" + std::to_string(freeLocalPort(true))}};
+    return config;
+}
+
+bool writeJsonFile(const QString &path, const nlohmann::ordered_json &config)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(QByteArray::fromStdString(config.dump(2))) > 0;
 }

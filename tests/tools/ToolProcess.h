@@ -37,3 +37,10 @@ private:
     QByteArray _stderr;
     std::vector<nlohmann::ordered_json> _lines;
 };
+
+// A port on 127.0.0.1 that nothing listens on at the time of asking.
+quint16 freeLocalPort(bool udp = false);
+// The demo configuration with every server on a free port of its own, so that runs may overlap.
+nlohmann::ordered_json demoConfigOnFreePorts();
+// Writes `config` as JSON text to `path`; false when the file cannot be written.
+bool writeJsonFile(const QString &path, const nlohmann::ordered_json &config);
