@@ -254,8 +254,6 @@ TEST_F(LogInView, SlowBackEndKeepsTheWindowPaintingAndGivesTheSameOutcome)
     ASSERT_TRUE(waitFor([&] { return online(); }, 30000)) << alertTexts().join(QLatin1Char('\n')).toStdString();
     frame.stop();
 
-    RecordProperty("worstFrameGapMs", int(worstGap));
-    RecordProperty("dialMs", int(clock.elapsed()));
     EXPECT_GE(clock.elapsed(), 3 * delayMs) << "the dial went through the slow calls";
     EXPECT_LT(worstGap, 300) << "the event loop was held while the back-end blocked";
     EXPECT_GT(paints, 50);
