@@ -6,11 +6,11 @@
 
 #include "App/DVApp.h"
 #include "Conf/UIConf.h"
+#include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <QCheckBox>
-#include <QDir>
 #include <QFile>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -134,11 +134,7 @@ TEST_F(NetListTest, FailedDialShowsTheErrorThenCloses)
         QFile::remove(marker);
         QFile::remove(tool);
         if (c.toolInstalled) {
-            QFile script(tool);
-            ASSERT_TRUE(script.open(QIODevice::WriteOnly));
-            script.write("#!/bin/sh\necho opened > '" + marker.toUtf8() + "'\n");
-            script.close();
-            script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            ASSERT_TRUE(TestSupport::writeFile(tool, "#!/bin/sh\necho opened > '" + marker.toUtf8() + "'\n", true));
         }
         qputenv("PATH", bin.path().toUtf8());
         const auto view = open();
