@@ -51,6 +51,7 @@ checkUpdateViewController::checkUpdateViewController(std::unique_ptr<CheckUpdate
     _tabview->addWidget(_checkProgress);
     _tabview->addWidget(_downloadProgress);
     _tabview->addWidget(question);
+    _tabview->setFixedHeight(40);
 
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 12);
@@ -59,6 +60,7 @@ checkUpdateViewController::checkUpdateViewController(std::unique_ptr<CheckUpdate
     body->setContentsMargins(16, 8, 16, 0);
     body->addWidget(_label);
     body->addWidget(_tabview);
+    body->addStretch();
     layout->addLayout(body);
 
     connect(_yesBtn, &QPushButton::clicked, _presenter.get(), &CheckUpdatePresenter::yes);

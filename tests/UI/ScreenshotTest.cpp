@@ -6,16 +6,22 @@
 
 #include "AppDelegate.h"
 #include "areaConfViewController.h"
+#include "checkUpdateViewController.h"
 #include "netList.h"
 #include "wifiViewController.h"
+
+#include "Update/CheckUpdatePresenter.h"
+#include "Update/Updater.h"
 
 #include <QComboBox>
 #include <QDir>
 #include <QGuiApplication>
 #include <QImage>
 #include <QLineEdit>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScreen>
+#include <QStackedWidget>
 #include <QTableWidget>
 #include <QTest>
 #include <QTimer>
@@ -129,6 +135,24 @@ TEST_F(Screenshots, QrCodeLogIn)
     if (window->logInView()->dialType() != QStringLiteral("qrcode"))
         window->logInView()->dialTypeSwitchButton()->click();
     EXPECT_EQ(shoot(window.get(), QStringLiteral("6-qrcode")).size(), baseWindow::LogInSize);
+}
+
+TEST_F(Screenshots, UpdateDialogPages)
+{
+    // No update server: the check ends at once with its message on the first page.
+    CheckUpdatePresenter::Environment env;
+    env.makeUpdater = [] { return std::make_shared<Updater>(std::nullopt, std::nullopt, std::nullopt, std::nullopt); };
+    checkUpdateViewController dialog(std::make_unique<CheckUpdatePresenter>(env));
+    dialog.move(60, 60);
+    dialog.show();
+    shoot(&dialog, QStringLiteral("7-update-message"));
+    dialog.presenter().updateUserinterfaceByUpdateStateType(CheckUpdatePresenter::UpdateFound);
+    ASSERT_TRUE(waitFor([&] { return dialog.tabview()->currentIndex() == CheckUpdatePresenter::QuestionPage; }));
+    shoot(&dialog, QStringLiteral("8-update-question"));
+    // The download page as a download halfway through shows it.
+    dialog.tabview()->setCurrentIndex(CheckUpdatePresenter::DownloadingPage);
+    dialog.downloadProgress()->setValue(42);
+    shoot(&dialog, QStringLiteral("9-update-download"));
 }
 
 } // namespace
