@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 // One sub-command of dorvik-cli ("config", "dialname", "connect", ...). Each lives in its own
@@ -28,4 +29,7 @@ void err(const QString &line); // a line to stderr, flushed
 QByteArray readStdin();
 // Writes bytes to stdout as they are.
 void writeStdout(const QByteArray &bytes);
+// Makes the given configuration file (encrypted or plain) or else the shipped one current, and
+// selects the given area or else the stored one. False with the reason in `error`.
+bool useConfiguration(const std::optional<QString> &config, const std::optional<QString> &area, QString *error);
 } // namespace Cli

@@ -41,19 +41,8 @@ int run(QStringList args)
     if (!user || user->isEmpty())
         return fail(QStringLiteral("which account? usage: ") + kUsage, 2);
 
-    if (config) {
-        QString error;
-        auto conf = Conf::fromEncryptedOrPlainFile(*config, &error);
-        if (!conf)
-            return fail(QStringLiteral("cannot use %1: %2").arg(*config, error), 1);
-        Conf::setShared(std::move(conf));
-    } else if (!Conf::shared()) {
-        return fail(QStringLiteral("the shipped configuration cannot be read"), 1);
-    }
-    if (area)
-        Conf::setArea(*area);
-    else
-        Conf::restoreArea();
+    if (QString error; !Cli::useConfiguration(config, area, &error))
+        return fail(error, 1);
 
     std::optional<DyPwdCheckNotificationInfo> outcome;
     auto &centre = DVNotificationCenter::defaultCenter();

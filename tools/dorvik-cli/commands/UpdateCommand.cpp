@@ -76,19 +76,8 @@ int run(QStringList args)
             return fail(arg + QStringLiteral(" needs a value"), 2);
         *place = args.takeFirst();
     }
-    if (config) {
-        QString error;
-        auto conf = Conf::fromEncryptedOrPlainFile(*config, &error);
-        if (!conf)
-            return fail(QStringLiteral("cannot use %1: %2").arg(*config, error), 1);
-        Conf::setShared(std::move(conf));
-    } else if (!Conf::shared()) {
-        return fail(QStringLiteral("the shipped configuration cannot be read"), 1);
-    }
-    if (area)
-        Conf::setArea(*area);
-    else
-        Conf::restoreArea();
+    if (QString error; !Cli::useConfiguration(config, area, &error))
+        return fail(error, 1);
 
     const auto updater = Updater::manualUpdateInitializerWithUser(userSecurityInfo().loadUser());
     QEventLoop loop;
