@@ -2,9 +2,7 @@
 
 #include "Business/BubbleCenter.h"
 #include "Util/Log.h"
-
-#include <QMetaObject>
-#include <QSemaphore>
+#include "Util/ThreadHandoff.h"
 
 DVAppHost::DVAppHost(AppFactory factory, QObject *parent)
     : QObject(parent)
@@ -18,8 +16,7 @@ DVAppHost::DVAppHost(AppFactory factory, QObject *parent)
     _worker->moveToThread(_thread);
     _thread->start();
 
-    QSemaphore created;
-    QMetaObject::invokeMethod(_worker, [this, &created, factory = std::move(factory)] {
+    ThreadHandoff::postAndWait(_worker, [this, factory = std::move(factory)] {
         std::unique_ptr<DVApp> app = factory ? factory() : nullptr;
         _app = app.release();
         if (_app) {
@@ -32,18 +29,14 @@ DVAppHost::DVAppHost(AppFactory factory, QObject *parent)
                 _app,
                 [target](const DVEventObjectPtr &object) {
                     if (target)
-                        QMetaObject::invokeMethod(
-                            target.data(), [target, object] { target->onEventWithObject(object); },
-                            Qt::QueuedConnection);
+                        ThreadHandoff::post(target.data(), [target, object] { target->onEventWithObject(object); });
                 },
                 DVEventIdDialStatus, OperationQueue::mainQueue());
             connect(_app, &DVApp::dialStateChanged, this, &DVAppHost::dialStateChanged, Qt::QueuedConnection);
         } else {
             DVLOG() << "no application controller: every request will fail";
         }
-        created.release();
     });
-    created.acquire();
 }
 
 DVAppHost::~DVAppHost()
@@ -52,17 +45,14 @@ DVAppHost::~DVAppHost()
     // can reach the controller any more.
     if (_app)
         DVEvent::shared().removeObserver(_app, DVEventIdDialStatus);
-    QMetaObject::invokeMethod(
-        _worker,
-        [this] {
-            delete _app;
-            _app = nullptr;
-            _password.reset();
-            delete _worker;
-            _worker = nullptr;
-            QThread::currentThread()->quit();
-        },
-        Qt::QueuedConnection);
+    ThreadHandoff::post(_worker, [this] {
+        delete _app;
+        _app = nullptr;
+        _password.reset();
+        delete _worker;
+        _worker = nullptr;
+        QThread::currentThread()->quit();
+    });
     _thread->wait();
     delete _thread;
 }
@@ -84,22 +74,16 @@ void DVAppHost::request(std::function<Result(DVApp &)> work, std::function<void(
 {
     begin();
     // The answer goes to the thread that asked: the host's own (the main thread).
-    QMetaObject::invokeMethod(
-        _worker,
-        [this, work = std::move(work), done = std::move(done)] {
-            Result result{};
-            if (_app)
-                result = work(*_app);
-            QMetaObject::invokeMethod(
-                this,
-                [this, done, result] {
-                    end();
-                    if (done)
-                        done(result);
-                },
-                Qt::QueuedConnection);
-        },
-        Qt::QueuedConnection);
+    ThreadHandoff::post(_worker, [this, work = std::move(work), done = std::move(done)] {
+        Result result{};
+        if (_app)
+            result = work(*_app);
+        ThreadHandoff::post(this, [this, done, result] {
+            end();
+            if (done)
+                done(result);
+        });
+    });
 }
 
 void DVAppHost::dial(const QString &name, const QString &password, quint64 index, DialDone done)
@@ -163,19 +147,13 @@ QString DVAppHost::username() const
 
 void DVAppHost::post(std::function<void(DVApp &)> work)
 {
-    QMetaObject::invokeMethod(
-        _worker,
-        [this, work = std::move(work)] {
-            if (_app && work)
-                work(*_app);
-        },
-        Qt::QueuedConnection);
+    ThreadHandoff::post(_worker, [this, work = std::move(work)] {
+        if (_app && work)
+            work(*_app);
+    });
 }
 
 void DVAppHost::waitForIdle()
 {
-    QSemaphore done;
-    QMetaObject::invokeMethod(
-        _worker, [&done] { done.release(); }, Qt::QueuedConnection);
-    done.acquire();
+    ThreadHandoff::postAndWait(_worker, [] {});
 }

@@ -1,6 +1,7 @@
 #include "BubbleCenter.h"
 
 #include "Util/Log.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -57,14 +58,11 @@ void BubbleCenter::openWithDesktop(const QUrl &url)
 
 void BubbleCenter::scheduleNotification(const UserNotification &notification)
 {
-    QMetaObject::invokeMethod(
-        this,
-        [this, notification] {
-            const double delay = notification.deliveryDelaySeconds;
-            const int ms = (std::isfinite(delay) && delay > 0) ? static_cast<int>(qMin(delay * 1000.0, 2.0e9)) : 0;
-            QTimer::singleShot(ms, this, [this, notification] { deliver(notification); });
-        },
-        Qt::QueuedConnection);
+    ThreadHandoff::post(this, [this, notification] {
+        const double delay = notification.deliveryDelaySeconds;
+        const int ms = (std::isfinite(delay) && delay > 0) ? static_cast<int>(qMin(delay * 1000.0, 2.0e9)) : 0;
+        QTimer::singleShot(ms, this, [this, notification] { deliver(notification); });
+    });
 }
 
 bool BubbleCenter::shouldPresentNotification(const UserNotification &) const

@@ -1,4 +1,5 @@
 #include "RunLoop.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
@@ -102,13 +103,10 @@ void stopMain()
         return;
     // Only the run that was innermost when the stop was asked for may end; a run that starts
     // later must not inherit the stop.
-    QMetaObject::invokeMethod(
-        app,
-        [id] {
-            if (!t_frames.empty() && t_frames.back()->id == id)
-                finish(t_frames.back(), RunLoopResult::Stopped);
-        },
-        Qt::QueuedConnection);
+    ThreadHandoff::post(app, [id] {
+        if (!t_frames.empty() && t_frames.back()->id == id)
+            finish(t_frames.back(), RunLoopResult::Stopped);
+    });
 }
 
 void sourceHandled()

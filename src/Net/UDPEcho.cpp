@@ -1,6 +1,7 @@
 #include "UDPEcho.h"
 
 #include "RunLoop.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QObject>
 #include <QSocketNotifier>
@@ -116,9 +117,8 @@ void UDPEcho::startConnectedToHostName(const QString &hostName, uint port)
             std::lock_guard<std::mutex> lock(lookup->mutex);
             if (!lookup->target)
                 return;
-            QMetaObject::invokeMethod(
-                lookup->target, [this, lookup, resolution] { hostResolveCallback(lookup, resolution); },
-                Qt::QueuedConnection);
+            ThreadHandoff::post(lookup->target,
+                                [this, lookup, resolution] { hostResolveCallback(lookup, resolution); });
         }).detach();
     } catch (const std::system_error &e) {
         stopWithStreamError(CFStreamError{DVErrorDomain::POSIX, e.code().value()});

@@ -4,6 +4,7 @@
 #include "Updater.h"
 
 #include "Util/Log.h"
+#include "Util/ThreadHandoff.h"
 #include "Util/UserDefaults.h"
 #include "Util/userSecurityInfo.h"
 
@@ -47,8 +48,7 @@ void CheckUpdatePresenter::viewDidAppear()
 
 void CheckUpdatePresenter::updateUserinterfaceByUpdateStateType(int state, const std::optional<QString> &message)
 {
-    QMetaObject::invokeMethod(
-        this, [this, state, message] { apply(state, message, 0); }, Qt::QueuedConnection);
+    ThreadHandoff::post(this, [this, state, message] { apply(state, message, 0); });
 }
 
 void CheckUpdatePresenter::apply(int state, const std::optional<QString> &message, quint64 generation)
@@ -96,16 +96,13 @@ void CheckUpdatePresenter::doCheck()
     // presenter lives as long as the application (the dialog is created once and kept).
     QPointer<CheckUpdatePresenter> self(this);
     const auto post = [self, generation](int state, std::optional<QString> message, std::optional<QString> url) {
-        QMetaObject::invokeMethod(
-            self.data(),
-            [self, generation, state, message, url] {
-                if (!self || generation != self->_generation)
-                    return;
-                if (url)
-                    self->_downloadUrl = *url;
-                self->apply(state, message, generation);
-            },
-            Qt::QueuedConnection);
+        ThreadHandoff::post(self.data(), [self, generation, state, message, url] {
+            if (!self || generation != self->_generation)
+                return;
+            if (url)
+                self->_downloadUrl = *url;
+            self->apply(state, message, generation);
+        });
     };
     _updateClass->checkUpdateWithNeedUpdateHandler(
         [post](const QString &address) { post(UpdateFound, std::nullopt, address); },

@@ -1,4 +1,5 @@
 #include "OperationQueue.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QCoreApplication>
 #include <QMetaObject>
@@ -92,7 +93,7 @@ void OperationQueue::addOperation(std::shared_ptr<Operation> op)
         state->idle.notify_all();
     };
     if (_main) {
-        QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(run), Qt::QueuedConnection);
+        ThreadHandoff::post(QCoreApplication::instance(), std::move(run));
     } else {
         std::thread(std::move(run)).detach();
     }

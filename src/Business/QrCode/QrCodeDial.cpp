@@ -8,6 +8,7 @@
 #include "Util/DVNotification.h"
 #include "Util/DVUtils.h"
 #include "Util/Log.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -119,7 +120,10 @@ QrCodeDial::~QrCodeDial()
 
 void QrCodeDial::runOnNetworkThread(std::function<void()> work, bool wait)
 {
-    QMetaObject::invokeMethod(_context, std::move(work), wait ? Qt::BlockingQueuedConnection : Qt::QueuedConnection);
+    if (wait)
+        ThreadHandoff::postAndWait(_context, std::move(work));
+    else
+        ThreadHandoff::post(_context, std::move(work));
 }
 
 bool QrCodeDial::checkProperty() const

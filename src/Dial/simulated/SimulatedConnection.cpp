@@ -5,6 +5,7 @@
 #include "SimulatedPlatformPrivate.h"
 
 #include "Util/Log.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QPointer>
 
@@ -87,25 +88,22 @@ bool SimulatedPlatform::networkConnectionStart(const NetworkConnectionRef &conne
         auto done = [weakState, weakLink, host, attempt](bool accepted, QString reason) {
             if (host.isNull())
                 return;
-            QMetaObject::invokeMethod(
-                host.data(),
-                [weakState, weakLink, attempt, accepted, reason] {
-                    const auto s = weakState.lock();
-                    const auto lk = weakLink.lock();
-                    if (!s || !lk || lk->attempt != attempt)
-                        return;
-                    if (!accepted) {
-                        DVLOG() << "simulated PPPoE: authentication refused: " << reason;
-                        s->setStatus(lk, NetworkConnectionDisconnected);
-                        return;
-                    }
-                    std::weak_ptr<State> ws = s;
-                    s->later(lk, attempt, [ws](const std::shared_ptr<SimLink> &ll) {
-                        if (const auto st = ws.lock())
-                            st->setStatus(ll, NetworkConnectionConnected);
-                    });
-                },
-                Qt::QueuedConnection);
+            ThreadHandoff::post(host.data(), [weakState, weakLink, attempt, accepted, reason] {
+                const auto s = weakState.lock();
+                const auto lk = weakLink.lock();
+                if (!s || !lk || lk->attempt != attempt)
+                    return;
+                if (!accepted) {
+                    DVLOG() << "simulated PPPoE: authentication refused: " << reason;
+                    s->setStatus(lk, NetworkConnectionDisconnected);
+                    return;
+                }
+                std::weak_ptr<State> ws = s;
+                s->later(lk, attempt, [ws](const std::shared_ptr<SimLink> &ll) {
+                    if (const auto st = ws.lock())
+                        st->setStatus(ll, NetworkConnectionConnected);
+                });
+            });
         };
         if (state->config.authHook) {
             state->config.authHook(dialName, password, done);

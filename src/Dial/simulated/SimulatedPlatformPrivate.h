@@ -4,6 +4,7 @@
 // SimulatedPlatform (the configuration store and the connections).
 
 #include "SimulatedPlatform.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QObject>
 #include <QTimer>
@@ -120,14 +121,11 @@ struct SimulatedPlatform::State
             const auto conn = weak.lock();
             if (!conn || !conn->deliverHost || !conn->callback)
                 continue;
-            QMetaObject::invokeMethod(
-                conn->deliverHost.get(),
-                [weak, status] {
-                    const auto c = weak.lock();
-                    if (c && c->deliverHost && c->callback)
-                        c->callback(c, status);
-                },
-                Qt::QueuedConnection);
+            ThreadHandoff::post(conn->deliverHost.get(), [weak, status] {
+                const auto c = weak.lock();
+                if (c && c->deliverHost && c->callback)
+                    c->callback(c, status);
+            });
         }
     }
 
