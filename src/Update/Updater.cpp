@@ -4,6 +4,7 @@
 
 #include "Business/BusinessHttp.h"
 #include "Conf/Conf.h"
+#include "Util/DVJson.h"
 #include "Util/DVUtils.h"
 #include "Util/Log.h"
 #include "Util/userSecurityInfo.h"
@@ -36,7 +37,7 @@ struct UpdateFileList
     std::vector<UpdateFileListItem> LatestFileList;
 };
 
-bool stringMember(const nlohmann::json &object, const char *key, QString *out)
+bool stringMember(const nlohmann::ordered_json &object, const char *key, QString *out)
 {
     const auto it = object.find(key);
     if (it == object.end() || !it->is_string())
@@ -48,7 +49,13 @@ bool stringMember(const nlohmann::json &object, const char *key, QString *out)
 // Every key is required; one missing or of the wrong kind makes the whole answer unusable.
 std::optional<UpdateFileList> parseFileList(const QByteArray &body)
 {
-    const auto json = nlohmann::json::parse(body.constBegin(), body.constEnd(), nullptr, false);
+    QString error;
+    const std::optional<nlohmann::ordered_json> parsed = DVJson::parse(body, &error);
+    if (!parsed) {
+        DVLOG() << "update check answer unreadable: " << error;
+        return std::nullopt;
+    }
+    const nlohmann::ordered_json &json = *parsed;
     if (!json.is_object())
         return std::nullopt;
     UpdateFileList list;
@@ -135,8 +142,11 @@ void Updater::runCheck(const Handler &needUpdate, const Handler &needlessUpdate)
     outgoing.headers = {{QByteArrayLiteral("Content-Type"), QByteArrayLiteral("application/json")}};
     // An HTTP client's usual request time-out; a server that never answers ends the check.
     outgoing.timeoutMs = 60000;
-    const HttpReply reply = BusinessHttp::sendBlocking(outgoing);
+    handleCheckReply(BusinessHttp::sendBlocking(outgoing), needUpdate, needlessUpdate);
+}
 
+void Updater::handleCheckReply(const HttpReply &reply, const Handler &needUpdate, const Handler &needlessUpdate)
+{
     if (reply.transportError) {
         needlessUpdate(QStringLiteral("检查更新失败，错误:%1").arg(*reply.transportError));
         return;

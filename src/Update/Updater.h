@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Business/BusinessHttp.h"
+
 #include <QString>
 
 #include <functional>
@@ -28,6 +30,10 @@ public:
     // caller's): needUpdate with the package's download address, or needlessUpdate with the
     // text to show ("已经是最新版本" or why the check failed).
     void checkUpdateWithNeedUpdateHandler(Handler needUpdate, Handler needlessUpdate);
+
+    // The server's answer to a check, handled as checkUpdateWithNeedUpdateHandler does (on the
+    // calling thread). The check's own path; the fuzz target feeds it directly.
+    void handleCheckReply(const HttpReply &reply, const Handler &needUpdate, const Handler &needlessUpdate);
 
     // Checks the downloaded file against the answer's hash and copies it, beside itself, under
     // the package's name. True when the copy is in place.
