@@ -1,30 +1,41 @@
 #!/bin/sh
 # Runs every libFuzzer target for SECONDS each (default 30) and reports executions and
-# crashes. Builds build-fuzz first (clang, DORVIK_FUZZ=ON). The checked-in seed corpus of a
-# target is copied into a working corpus under build-fuzz; a crash leaves its input in
-# build-fuzz/fuzz-artifacts/<target>/ (copy it into fuzz/corpus/<target>/ with the fix).
+# crashes. Builds build-fuzz first (clang, DORVIK_FUZZ=ON) unless FUZZ_BUILD names a tree
+# configured with DORVIK_FUZZ=ON already (CI passes its test tree). FUZZ_JOBS targets run at
+# once (default 1). The checked-in seed corpus of a target is copied into a working corpus
+# under the build tree; a crash leaves its input in <build>/fuzz-artifacts/<target>/ (copy it
+# into fuzz/corpus/<target>/ with the fix).
 #
-#   scripts/fuzz.sh [SECONDS] [TARGET...]
+#   [FUZZ_BUILD=dir] [FUZZ_JOBS=n] scripts/fuzz.sh [SECONDS] [TARGET...]
 #
 # Exit status: 0 when no target crashed, 1 otherwise.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-30}
 [ $# -gt 0 ] && shift
-build="$root/build-fuzz"
+jobs=${FUZZ_JOBS:-1}
 
 launcher=""
 command -v ccache >/dev/null 2>&1 && launcher="-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"
-if [ ! -f "$build/CMakeCache.txt" ]; then
-    cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
-        -DDORVIK_FUZZ=ON -DDORVIK_BUILD_TESTS=OFF $launcher >/dev/null
+if [ -n "${FUZZ_BUILD:-}" ]; then
+    build=$(cd "$FUZZ_BUILD" && pwd)
+else
+    build="$root/build-fuzz"
+    if [ ! -f "$build/CMakeCache.txt" ]; then
+        cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+            -DDORVIK_FUZZ=ON -DDORVIK_BUILD_TESTS=OFF $launcher >/dev/null
+    fi
 fi
-nice -n 5 cmake --build "$build" --target dorvik_fuzz
+# The targets named, or all of them.
+nice -n 5 cmake --build "$build" --target ${*:-dorvik_fuzz}
 
 targets=${*:-$(cd "$build/fuzz" && ls fuzz_* | sort)}
-failed=0
-printf '%-16s %12s %10s %8s  %s\n' target executions exec/s corpus result
-for t in $targets; do
+results="$build/fuzz-artifacts/results"
+mkdir -p "$results"
+rm -f "$results"/*
+
+run_one() {
+    t=$1
     work="$build/fuzz-work/$t"
     artifacts="$build/fuzz-artifacts/$t"
     mkdir -p "$work" "$artifacts"
@@ -45,8 +56,30 @@ for t in $targets; do
         result=ok
     else
         result="CRASH (status $status, see $log)"
+    fi
+    printf '%-16s %12s %10s %8s  %s\n' "$t" "${runs:-?}" "${persec:-?}" "$files" "$result" >"$results/$t"
+}
+
+running=0
+for t in $targets; do
+    run_one "$t" &
+    running=$((running + 1))
+    if [ "$running" -ge "$jobs" ]; then
+        wait
+        running=0
+    fi
+done
+wait
+
+printf '%-16s %12s %10s %8s  %s\n' target executions exec/s corpus result
+failed=0
+for t in $targets; do
+    if [ -f "$results/$t" ]; then
+        cat "$results/$t"
+        grep -q ' ok$' "$results/$t" || failed=1
+    else
+        printf '%-16s %s\n' "$t" "no result"
         failed=1
     fi
-    printf '%-16s %12s %10s %8s  %s\n' "$t" "${runs:-?}" "${persec:-?}" "$files" "$result"
 done
 exit $failed
