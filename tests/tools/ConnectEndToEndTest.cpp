@@ -150,6 +150,30 @@ TEST_F(ConnectEndToEnd, TerminalRejectStopsTheHeartbeatButNotTheLink)
     EXPECT_EQ(simStats().at("heart").at("requests"), 1);
 }
 
+// The heartbeat server and the business server (configuration request and registration)
+// answer with documents nested 100,000 levels deep: each answer is refused with a logged error
+// and the link stays up.
+TEST_F(ConnectEndToEnd, DeeplyNestedRepliesAreLoggedAndTheLinkStays)
+{
+    startSim({QStringLiteral("--scenario"), QStringLiteral("heart=deep"), QStringLiteral("--scenario"),
+              QStringLiteral("business=deep")});
+    startClient("demo123");
+    ASSERT_TRUE(cli.waitForLine([](const json &l) { return isState(l, 2); }, 20000))
+        << cli.standardError().toStdString();
+    const auto logged = [this](const char *text) {
+        cli.waitForLine([](const json &) { return false; }, 50); // reads what the client wrote
+        return cli.standardError().count(text);
+    };
+    // The heartbeat's answer, the configuration request's and the registration's.
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return logged("nested deeper than 64 levels") >= 3; }, 60000))
+        << cli.standardError().toStdString();
+    EXPECT_GE(logged("response data parse failed"), 1);
+    EXPECT_GE(logged("config request failed"), 2);
+    TestSupport::spinUntil([] { return false; }, 1500);
+    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 0u); // still online
+    EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0);
+}
+
 // The verification server sends a code; the user types one on the terminal.
 void ConnectEndToEnd::smsCase(const QString &scenario, const QByteArray &typedCode, bool verified)
 {
