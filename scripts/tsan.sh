@@ -18,5 +18,8 @@ nice -n 5 cmake --build "$build"
 # inside its libraries would look unordered. ignore_noninstrumented_modules drops only the
 # events of code outside our build; every access our code (and the Qt code inlined into it)
 # makes is still checked.
-export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:history_size=4:ignore_noninstrumented_modules=1}:suppressions=$root/scripts/tsan.supp"
+# die_after_fork=0: the end-to-end tests start the programs as child processes (QProcess)
+# while their own threads run; the sanitizer would end such a child if anything in it started
+# a thread before its exec. Each child is a program of this build, checked in its own right.
+export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:history_size=4:ignore_noninstrumented_modules=1:die_after_fork=0}:suppressions=$root/scripts/tsan.supp"
 exec ctest --test-dir "$build" --output-on-failure --timeout 900 -j2 "$@"

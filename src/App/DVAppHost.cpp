@@ -45,7 +45,9 @@ DVAppHost::~DVAppHost()
     // can reach the controller any more.
     if (_app)
         DVEvent::shared().removeObserver(_app, DVEventIdDialStatus);
-    ThreadHandoff::post(_worker, [this] {
+    // Waited for through the hand-off rather than only the thread's end, so that the thread's
+    // last writes (the password released) are ordered before this object's members go.
+    ThreadHandoff::postAndWait(_worker, [this] {
         delete _app;
         _app = nullptr;
         _password.reset();
