@@ -8,6 +8,7 @@
 #include "Update/InstallLocation.h"
 #include "Update/UpdateDownload.h"
 #include "Update/Updater.h"
+#include "Util/ThreadHandoff.h"
 #include "Util/userSecurityInfo.h"
 
 #include <QEventLoop>
@@ -84,22 +85,16 @@ int run(QStringList args)
     std::optional<QString> offer, message;
     updater->checkUpdateWithNeedUpdateHandler(
         [&](const QString &address) {
-            QMetaObject::invokeMethod(
-                &loop,
-                [&, address] {
-                    offer = address;
-                    loop.quit();
-                },
-                Qt::QueuedConnection);
+            ThreadHandoff::post(&loop, [&, address] {
+                offer = address;
+                loop.quit();
+            });
         },
         [&](const QString &text) {
-            QMetaObject::invokeMethod(
-                &loop,
-                [&, text] {
-                    message = text;
-                    loop.quit();
-                },
-                Qt::QueuedConnection);
+            ThreadHandoff::post(&loop, [&, text] {
+                message = text;
+                loop.quit();
+            });
         });
     loop.exec();
     if (message) {
