@@ -26,3 +26,4 @@ cmake --build "$build"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=0:abort_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 ctest --test-dir "$build" --output-on-failure --timeout 600 -j2
+bash scripts/package.sh # the .deb from a Release build of the shipped programs, its checks, a scratch install
