@@ -24,7 +24,7 @@ echo "package: $deb"
 dpkg-deb --field "$deb" Depends
 
 # lintian: errors fail the build; warnings and notes are shown.
-lintian --fail-on error --no-tag-display-limit "$deb"
+lintian --fail-on error --tag-display-limit 0 "$deb"
 
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
