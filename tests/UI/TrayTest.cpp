@@ -116,8 +116,9 @@ TEST_F(TrayScreenshots, MenuInThePanel)
     QSystemTrayIcon *icon = app.delegate.tray()->icon();
     ASSERT_TRUE(waitFor([icon] { return icon->geometry().isValid(); })) << "no XEmbed tray";
     for (const bool online : {false, true}) {
-        if (online)
+        if (online) {
             ASSERT_TRUE(app.menuTo(TrayState::Icon::Online));
+        }
         const QPoint at = icon->geometry().center();
         QProcess::execute(QStringLiteral("xdotool"),
                           {QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y()),
