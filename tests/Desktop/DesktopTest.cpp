@@ -49,12 +49,14 @@ TEST(Autostart, EntryIsWrittenValidAndRemoved)
     ASSERT_TRUE(Autostart::enable(program, &error));
     EXPECT_TRUE(Autostart::isEnabled());
     QFile entry(Autostart::entryPath());
-    ASSERT_TRUE(entry.open(QIODevice::ReadWrite | QIODevice::Append));
+    ASSERT_TRUE(entry.open(QIODevice::ReadOnly));
     EXPECT_TRUE(
         QString::fromUtf8(entry.readAll())
             .contains(
                 QStringLiteral("Exec=\"%1/my apps/\\\\$d \\\\\"x\\\\\"/dorvik\" --autostart\n").arg(QDir::tempPath())));
+    entry.close();
     EXPECT_EQ(QProcess::execute(QStringLiteral("desktop-file-validate"), {entry.fileName()}), 0);
+    ASSERT_TRUE(entry.open(QIODevice::Append));
     entry.write("Hidden=true\n");
     entry.close();
     EXPECT_FALSE(Autostart::isEnabled());
