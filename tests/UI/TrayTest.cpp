@@ -66,10 +66,10 @@ TEST_F(TrayOnBus, IconFollowsTheLinkAndTheMenuDials)
     const QString watcher = QStringLiteral("org.kde.StatusNotifierWatcher");
     QString item;
     ASSERT_TRUE(waitFor([&] {
-        item = QRegularExpression(QStringLiteral("org\\.kde\\.StatusNotifierItem-[0-9-]+"))
+        item = QRegularExpression(QStringLiteral("\\['([^']+)'")) // the item's bus name
                    .match(busProperty(watcher, QStringLiteral("/StatusNotifierWatcher"), watcher,
                                       QStringLiteral("RegisteredStatusNotifierItems")))
-                   .captured();
+                   .captured(1);
         return !item.isEmpty();
     }));
     const auto toolTip = [&] {
