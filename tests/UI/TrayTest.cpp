@@ -8,6 +8,7 @@
 #include "TrayIcon.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QDir>
 #include <QEventLoop>
 #include <QLineEdit>
@@ -125,16 +126,21 @@ TEST_F(TrayScreenshots, MenuInThePanel)
         if (online) {
             ASSERT_TRUE(app.menuTo(TrayState::Icon::Online));
         }
-        const QPoint at = icon->geometry().center();
+        // The icon's own window, embedded in the panel.
+        QString window;
+        for (QWidget *widget : QApplication::topLevelWidgets())
+            if (widget->inherits("QSystemTrayIconSys"))
+                window = QString::number(widget->winId());
+        ASSERT_FALSE(window.isEmpty());
         QProcess::execute(QStringLiteral("xdotool"),
-                          {QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y()),
-                           QStringLiteral("click"), QStringLiteral("3")});
+                          {QStringLiteral("mousemove"), QStringLiteral("--window"), window, QStringLiteral("8"),
+                           QStringLiteral("8"), QStringLiteral("click"), QStringLiteral("3")});
         ASSERT_TRUE(waitFor([&] { return app.delegate.tray()->menu()->isVisible(); }));
         waitFor([] { return false; }, 300); // painted
         const QString file = dir + (online ? QStringLiteral("/tray-online.png") : QStringLiteral("/tray-offline.png"));
         EXPECT_EQ(QProcess::execute(QStringLiteral("import"),
                                     {QStringLiteral("-window"), QStringLiteral("root"), QStringLiteral("-crop"),
-                                     QStringLiteral("400x240+880+0"), file}),
+                                     QStringLiteral("360x130+500+0"), file}),
                   0);
         app.delegate.tray()->menu()->hide();
     }

@@ -53,7 +53,7 @@ case "$host" in
     grep -q ready "$rig/watcher.log" || { cat "$rig/watcher.log" >&2; exit 1; }
     ;;
   trayer)
-    trayer --edge top --align right --widthtype pixel --width 120 --heighttype pixel --height 28 \
+    trayer --edge top --align center --widthtype pixel --width 120 --heighttype pixel --height 28 \
       --tint 0x303030 --transparent true --alpha 0 >"$rig/panel.log" 2>&1 &
     pids="$pids $!"
     sleep 1
