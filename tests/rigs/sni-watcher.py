@@ -23,23 +23,12 @@ class Watcher(dbus.service.Object):
         name = service if not service.startswith("/") else sender + service
         if name not in self.items:
             self.items.append(name)
-            self.StatusNotifierItemRegistered(name)
-
-    @dbus.service.method(IFACE, in_signature="s")
-    def RegisterStatusNotifierHost(self, service):
-        pass
-
-    @dbus.service.signal(IFACE, signature="s")
-    def StatusNotifierItemRegistered(self, service):
-        pass
 
     # Clients read the properties through introspection, so it must list them.
     @dbus.service.method(dbus.INTROSPECTABLE_IFACE, out_signature="s")
     def Introspect(self):
         return f"""<node><interface name="{IFACE}">
   <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
-  <method name="RegisterStatusNotifierHost"><arg type="s" direction="in"/></method>
-  <signal name="StatusNotifierItemRegistered"><arg type="s"/></signal>
   <property name="RegisteredStatusNotifierItems" type="as" access="read"/>
   <property name="IsStatusNotifierHostRegistered" type="b" access="read"/>
   <property name="ProtocolVersion" type="i" access="read"/>
