@@ -30,12 +30,12 @@ mkdir -p "$rig/home" "$rig/xdg" "$rig/bus"
 chmod 700 "$rig/xdg"
 write_session_bus_conf "$rig/bus"
 
-# The X server: the first free display from :90.
-display=90
-while [ -e "/tmp/.X$display-lock" ] || [ -e "/tmp/.X11-unix/X$display" ]; do display=$((display + 1)); done
-Xvfb ":$display" -screen 0 1280x800x24 -nolisten tcp >"$rig/xvfb.log" 2>&1 &
+# The X server picks a free display itself (several rigs may start at once) and names it.
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$rig/display" 2>"$rig/xvfb.log" &
 pids="$pids $!"
-for _ in $(seq 100); do [ -e "/tmp/.X11-unix/X$display" ] && break; sleep 0.05; done
+for _ in $(seq 200); do [ -s "$rig/display" ] && break; sleep 0.05; done
+display=$(cat "$rig/display")
+[ -n "$display" ] || { cat "$rig/xvfb.log" >&2; exit 1; }
 
 dbus-daemon --config-file="$rig/bus/bus.conf" --fork --print-address=1 --print-pid=1 >"$rig/bus/info"
 address=$(sed -n 1p "$rig/bus/info")
