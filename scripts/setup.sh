@@ -22,6 +22,10 @@ packages=(
   # NetworkManager with pppd in a private network namespace, and their D-Bus plumbing
   dbus dbus-bin dbus-daemon gnome-keyring python3-dbusmock
   network-manager ppp iproute2 util-linux systemd python3
+  # desktop integration: icons drawn from SVG at build time, the Debian package and its checks,
+  # and tray hosts for the tray tests (a StatusNotifier host in Python, XEmbed panels)
+  librsvg2-bin dpkg-dev fakeroot lintian desktop-file-utils appstream
+  python3-dbus python3-gi trayer tint2
 )
 
 missing=()

@@ -34,3 +34,4 @@ export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 ctest --test-dir "$build" --output-on-failure --timeout 600 -j2
 # Every fuzz target for 30 seconds, two at a time, from the checked-in seeds.
 env -u ASAN_OPTIONS FUZZ_BUILD="$build" FUZZ_JOBS=2 ./scripts/fuzz.sh 30
+bash scripts/package.sh # the .deb from a Release build of the shipped programs, its checks, a scratch install

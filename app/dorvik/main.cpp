@@ -6,8 +6,12 @@
 #include "UnixSignals.h"
 #include "baseWindow.h"
 
+#include "TrayIcon.h"
+
 #include "App/ConnectionSetup.h"
 #include "App/DVAppHost.h"
+#include "Conf/UIConf.h"
+#include "Desktop/Autostart.h"
 #include "Util/Log.h"
 
 #include <QApplication>
@@ -27,6 +31,22 @@ bool onlyAsksForText(int argc, char **argv)
     }
     return false;
 }
+
+const QCommandLineOption AutostartOption(QStringLiteral("autostart"),
+                                         QStringLiteral("Started with the session: stay in the tray and log in with "
+                                                        "the remembered account."));
+
+// The session's autostart entry starts the program hidden in the tray when the remembered
+// automatic log-in can bring the link up by itself; otherwise the user gets the window.
+bool startsHidden(const QCommandLineParser &parser)
+{
+    const UIConf &ui = UIConf::shared();
+    const bool canLogInAlone = ui.ifAutoLogin() && ui.ifRememberInterface() && ui.ifRememberPWd();
+    const bool hidden = Autostart::startHidden(parser.isSet(AutostartOption), TrayIcon::available(), canLogInAlone);
+    if (parser.isSet(AutostartOption))
+        DVLOG() << "started with the session; window " << (hidden ? "hidden in the tray" : "shown");
+    return hidden;
+}
 } // namespace
 
 int main(int argc, char **argv)
@@ -39,6 +59,7 @@ int main(int argc, char **argv)
         parser.addHelpOption();
         parser.addVersionOption();
         ConnectionSetup::addOptions(parser);
+        parser.addOption(AutostartOption);
         parser.process(app);
         return 0;
     }
@@ -54,6 +75,7 @@ int main(int argc, char **argv)
     parser.addHelpOption();
     parser.addVersionOption();
     ConnectionSetup::addOptions(parser);
+    parser.addOption(AutostartOption);
     parser.process(app);
 
     // Logging first: everything after this, windows included, reaches the daily file.
@@ -80,6 +102,7 @@ int main(int argc, char **argv)
     AppDelegate delegate(&host);
     UnixSignals signals({SIGINT, SIGTERM});
     QObject::connect(&signals, &UnixSignals::received, &delegate, [&delegate] { delegate.terminate(); });
+    delegate.setStartHidden(startsHidden(parser));
     delegate.applicationDidFinishLaunching();
     installFirstPaintProbe(delegate.window());
     return QApplication::exec();

@@ -1,6 +1,7 @@
 #include "AppDelegate.h"
 
 #include "MessageBox.h"
+#include "TrayIcon.h"
 #include "baseWindow.h"
 #include "checkUpdateViewController.h"
 
@@ -27,12 +28,15 @@ void AppDelegate::applicationDidFinishLaunching()
     UserDefaults::saveConf(false, QStringLiteral("isconnected"));
     _window = std::make_unique<baseWindow>(_host);
     buildMenu();
-    connect(_window.get(), &baseWindow::closeRequested, this, [this] { terminate(); });
+    setUpTray();
+    connect(_window.get(), &baseWindow::closeRequested, this, &AppDelegate::onCloseRequested);
     _window->showFirstView();
     if (const QScreen *screen = _window->screen()) {
         const QRect area = screen->availableGeometry();
         _window->move(area.center() - QPoint(_window->width() / 2, _window->height() / 2));
     }
+    if (_startHidden)
+        return;
     _window->show();
     _window->raise();
     _window->activateWindow();
@@ -53,6 +57,7 @@ void AppDelegate::buildMenu()
     QMenu *menu = _window->menuBar()->addMenu(QStringLiteral("dorvik"));
     menu->addAction(QStringLiteral("检查更新"), this, &AppDelegate::checkUpdate);
     menu->addAction(QStringLiteral("重置网卡"), this, &AppDelegate::onRestDefaultInterfaceBtnClick);
+    addAutostartItem(menu);
     menu->addSeparator();
     QAction *quit = menu->addAction(QStringLiteral("退出"), this, [this] { terminate(); });
     quit->setShortcut(QKeySequence::Quit);

@@ -6,7 +6,10 @@
 #include <memory>
 
 class DVAppHost;
+class QAction;
+class QMenu;
 class QWidget;
+class TrayIcon;
 class baseWindow;
 class checkUpdateViewController;
 
@@ -40,12 +43,30 @@ public:
 
     baseWindow *window() const { return _window.get(); }
 
+    // --- desktop integration (AppDelegateDesktop.cpp) ---
+    // Started by the session's autostart entry: keep the window hidden; the tray and the
+    // remembered automatic log-in carry on.
+    void setStartHidden(bool hidden) { _startHidden = hidden; }
+    TrayIcon *tray() const { return _tray.get(); }
+    QAction *autostartAction() const { return _autostartAction; }
+    // The main window was closed: into the tray while online with a tray, else hang up and quit.
+    void onCloseRequested();
+    // The tray's "连接": dial with what the log-in view holds, or show the window to ask.
+    void connectFromTray();
+    // The menu's "开机自动登录".
+    void setAutostart(bool on);
+
 private:
     void buildMenu();
+    void setUpTray();
+    void addAutostartItem(QMenu *menu);
 
     DVAppHost *_host;
     std::unique_ptr<baseWindow> _window;
     bool _terminating = false;
     std::function<checkUpdateViewController *(QWidget *)> _makeUpdateDialog;
     checkUpdateViewController *checkUpdateVC = nullptr; // owned by the main window
+    bool _startHidden = false;
+    std::unique_ptr<TrayIcon> _tray;
+    QAction *_autostartAction = nullptr;
 };
