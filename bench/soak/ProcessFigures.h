@@ -7,6 +7,7 @@
 struct ProcessFigures
 {
     qint64 rssKb = 0;
+    qint64 untrimmedRssKb = 0; // before free memory went back to the system (0: not measured)
     int fds = 0;
     int threads = 0;
 

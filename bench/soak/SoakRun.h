@@ -34,9 +34,9 @@ struct SoakSettings
     quint32 seed = 1;
     int scale = 480;           // simulated seconds per real second (and heartbeat pauses divided by it)
     int warmupMinutes = 60;    // simulated; memory, descriptors and threads are compared from here
-    int dropEveryMinutes = 45; // mean simulated time between link drops
+    int dropEveryMinutes = 30; // mean simulated time between link drops
     int redialAfterSeconds = 30;
-    int faultEveryMinutes = 30; // mean simulated time between faults
+    int faultEveryMinutes = 45; // mean simulated time between faults
     int faultMinutes = 10;      // mean simulated length of a fault
     // service=scenario pairs switched on at random.
     QStringList faults = {QStringLiteral("heart=nak-storm"),        QStringLiteral("heart=reject"),
@@ -102,7 +102,9 @@ private:
     std::unique_ptr<DVAppHost> _host;
     SimulatedPlatform *_platform = nullptr; // owned by the controller; touched on its thread only
     std::shared_ptr<ManualClock> _dialClock;
+    // Touched on the controller's thread only.
     qint64 _lastDialSecs = 0;
+    std::set<QString> _namesTried;
     QEventLoop *_loop = nullptr;
 
     QElapsedTimer _elapsed;

@@ -9,6 +9,8 @@
 #include <QCoreApplication>
 #include <QTemporaryDir>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -54,20 +56,28 @@ int main(int argc, char **argv)
     const QCommandLineOption warmup(QStringLiteral("warmup"), QStringLiteral("simulated warm-up minutes (default 60)"),
                                     QStringLiteral("n"), QStringLiteral("60"));
     const QCommandLineOption drops(QStringLiteral("drop-every"),
-                                   QStringLiteral("mean simulated minutes between link drops (default 45)"),
-                                   QStringLiteral("n"), QStringLiteral("45"));
+                                   QStringLiteral("mean simulated minutes between link drops (default 30)"),
+                                   QStringLiteral("n"), QStringLiteral("30"));
     const QCommandLineOption faults(QStringLiteral("fault-every"),
-                                    QStringLiteral("mean simulated minutes between faults (default 30)"),
-                                    QStringLiteral("n"), QStringLiteral("30"));
+                                    QStringLiteral("mean simulated minutes between faults (default 45)"),
+                                    QStringLiteral("n"), QStringLiteral("45"));
     const QCommandLineOption faultLength(QStringLiteral("fault-length"),
                                          QStringLiteral("mean simulated minutes a fault lasts (default 10)"),
                                          QStringLiteral("n"), QStringLiteral("10"));
+    const QCommandLineOption arenas(
+        QStringLiteral("arenas"),
+        QStringLiteral("malloc arenas (default 2; 0: the C library's choice, up to 8 per core)"), QStringLiteral("n"),
+        QStringLiteral("2"));
+    const QCommandLineOption faultList(QStringLiteral("faults"),
+                                       QStringLiteral("service=scenario pairs to switch on, comma-separated"),
+                                       QStringLiteral("list"));
     const QCommandLineOption sim(QStringLiteral("sim"), QStringLiteral("dorvik-sim program"), QStringLiteral("path"),
                                  QStringLiteral(DORVIK_SIM));
     const QCommandLineOption config(QStringLiteral("config"), QStringLiteral("plain JSON configuration"),
                                     QStringLiteral("file"), QStringLiteral(DORVIK_DEMO_CONFIG));
     const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("show the client's log lines"));
-    parser.addOptions({days, minutes, seed, scale, warmup, drops, faults, faultLength, sim, config, verbose});
+    parser.addOptions(
+        {days, minutes, seed, scale, warmup, drops, faults, faultLength, faultList, arenas, sim, config, verbose});
     parser.process(app);
 
     SoakSettings settings;
@@ -80,11 +90,21 @@ int main(int argc, char **argv)
     settings.dropEveryMinutes = std::max(1, parser.value(drops).toInt());
     settings.faultEveryMinutes = std::max(1, parser.value(faults).toInt());
     settings.faultMinutes = std::max(1, parser.value(faultLength).toInt());
+    if (parser.isSet(faultList))
+        settings.faults = parser.value(faultList).split(QLatin1Char(','), Qt::SkipEmptyParts);
     settings.verbose = parser.isSet(verbose);
     if (settings.days <= 0 || settings.warmupMinutes * 60.0 >= settings.days * 86400) {
         std::fprintf(stderr, "soak: the run must be longer than its warm-up\n");
         return 2;
     }
+    // Every operation of the controller runs on a thread of its own, and each new thread may
+    // open another malloc arena (up to 8 per core): their free space stays resident, and would
+    // hide what the program itself holds. Two arenas by default; --arenas 0 shows the default.
+    const int arenaCount = parser.value(arenas).toInt();
+    if (arenaCount > 0)
+        mallopt(M_ARENA_MAX, arenaCount);
+    std::printf("%-34s %s\n", "malloc arenas",
+                arenaCount > 0 ? qPrintable(QString::number(arenaCount)) : "C library default");
     g_verbose = settings.verbose;
     g_previous = qInstallMessageHandler(countLogLine);
 
