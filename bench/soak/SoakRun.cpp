@@ -348,6 +348,8 @@ void SoakRun::requestCheckpoint(Checkpoint kind)
 
 void SoakRun::measure()
 {
+    // The control requests' idle keep-alive connections are the run's own descriptors.
+    _net.clearConnectionCache();
     _host->post([this](DVApp &app) {
         app.queue()->waitUntilAllOperationsAreFinished();
         const int services = _platform->serviceCount();
