@@ -66,6 +66,13 @@ public:
     virtual quint16 port() const = 0;
     // A one-line JSON summary of what it saw and verified (printed on exit, read by tests).
     virtual nlohmann::ordered_json stats() const = 0;
+    // Switches the fault scenario while running ("" is normal service). False when this service
+    // cannot change it at run time, or does not know `name`; the scenario is then unchanged.
+    virtual bool setScenario(const QString &name)
+    {
+        Q_UNUSED(name);
+        return false;
+    }
 };
 
 struct SimServiceEntry

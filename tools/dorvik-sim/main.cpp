@@ -2,6 +2,7 @@
 // tried end to end on one machine. Prints one JSON line when ready and one with what each
 // server saw when stopped (SIGINT/SIGTERM).
 
+#include "SimControl.h"
 #include "SimHost.h"
 #include "UnixSignals.h"
 
@@ -9,6 +10,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QFile>
 
 #include <csignal>
 #include <cstdio>
@@ -36,6 +38,12 @@ int main(int argc, char **argv)
         {QStringLiteral("account"),
          QStringLiteral("A subscriber the provider knows, user:password (repeatable; default demo:demo123)"),
          QStringLiteral("user:password")});
+    parser.addOption({QStringLiteral("account-file"),
+                      QStringLiteral("Subscribers, one user:password a line (keeps passwords off the command line)"),
+                      QStringLiteral("file")});
+    parser.addOption({QStringLiteral("control"),
+                      QStringLiteral("Listen for run-time control on this port of 127.0.0.1 (0: any free one)"),
+                      QStringLiteral("port")});
     parser.addOption({QStringLiteral("scenario"),
                       QStringLiteral("Fault scenario of one service, service=name (repeatable)"),
                       QStringLiteral("service=name")});
@@ -64,7 +72,18 @@ int main(int argc, char **argv)
     }
     options.config = *config;
     options.area = parser.value(QStringLiteral("area"));
-    for (const QString &a : parser.values(QStringLiteral("account"))) {
+    QStringList accounts = parser.values(QStringLiteral("account"));
+    if (parser.isSet(QStringLiteral("account-file"))) {
+        QFile file(parser.value(QStringLiteral("account-file")));
+        if (!file.open(QIODevice::ReadOnly)) {
+            std::fprintf(stderr, "dorvik-sim: cannot read %s\n", qUtf8Printable(file.fileName()));
+            return 1;
+        }
+        for (const QByteArray &line : file.readAll().split('\n'))
+            if (!line.trimmed().isEmpty())
+                accounts.append(QString::fromUtf8(line.trimmed()));
+    }
+    for (const QString &a : accounts) {
         const qsizetype colon = a.indexOf(QLatin1Char(':'));
         if (colon <= 0) {
             std::fprintf(stderr, "dorvik-sim: --account wants user:password\n");
@@ -97,7 +116,18 @@ int main(int argc, char **argv)
     SimHost host;
     if (!host.start(options, only))
         return 1;
-    printJson({{"event", "ready"}, {"area", options.area.toStdString()}, {"ports", host.ports()}});
+    auto ports = host.ports();
+    SimControl control(host);
+    if (parser.isSet(QStringLiteral("control"))) {
+        bool ok = false;
+        const uint port = parser.value(QStringLiteral("control")).toUInt(&ok);
+        if (!ok || port > 65535 || !control.start(static_cast<quint16>(port))) {
+            std::fprintf(stderr, "dorvik-sim: the control port cannot listen\n");
+            return 1;
+        }
+        ports["control"] = control.port();
+    }
+    printJson({{"event", "ready"}, {"area", options.area.toStdString()}, {"ports", ports}});
 
     UnixSignals signals({SIGINT, SIGTERM});
     QObject::connect(&signals, &UnixSignals::received, &app, [&] {

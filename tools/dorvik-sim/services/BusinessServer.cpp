@@ -114,6 +114,16 @@ bool BusinessServer::start(const SimOptions &options)
     return true;
 }
 
+bool BusinessServer::setScenario(const QString &name)
+{
+    static const QStringList known = {QString(), QStringLiteral("http500"), QStringLiteral("wrong-resptype"),
+                                      QStringLiteral("deep")};
+    if (!known.contains(name))
+        return false;
+    _scenario = name;
+    return true;
+}
+
 QHttpServerResponse BusinessServer::handle(const QHttpServerRequest &request, bool config)
 {
     const QByteArray body = request.body();

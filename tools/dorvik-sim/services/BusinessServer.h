@@ -36,6 +36,7 @@ public:
     bool start(const SimOptions &options) override;
     quint16 port() const override { return _port; }
     nlohmann::ordered_json stats() const override;
+    bool setScenario(const QString &name) override;
 
     // Replaces the answers from now on (nullopt: back to the built-in ones).
     void setConfigAnswer(std::optional<nlohmann::ordered_json> answer);

@@ -171,6 +171,14 @@ HeartServer::Reply HeartServer::handle(const QByteArray &path, const QList<QPair
         fail(QStringLiteral("bad signature"));
     }
 
+    const QString type = text(request, "type");
+    const bool refusing = _scenario == QLatin1String("garbage") || _scenario == QLatin1String("reject")
+                          || _scenario == QLatin1String("nak-storm");
+    if (refusing && signed_ && type == QLatin1String("NOTIFY")) {
+        ++_notifications;
+        Reply ignored;
+        verifyNotify(request, &ignored);
+    }
     if (_scenario == QLatin1String("garbage"))
         return {200, QByteArrayLiteral("\x01<html>this is not the JSON you are looking for")};
     if (_scenario == QLatin1String("reject"))
@@ -180,7 +188,6 @@ HeartServer::Reply HeartServer::handle(const QByteArray &path, const QList<QPair
     if (!signed_)
         return reject(request, false, QStringLiteral("bad signature"));
 
-    const QString type = text(request, "type");
     Reply reply;
     if (type == QLatin1String("NEGOTIATE")) {
         if (path != _negotiatePath)
@@ -258,12 +265,28 @@ HeartServer::Reply HeartServer::answerNegotiate(const ordered_json &request)
 HeartServer::Reply HeartServer::answerNotify(const ordered_json &request)
 {
     ++_notifications;
+    Reply refusal;
+    Session *checked = verifyNotify(request, &refusal);
+    if (!checked)
+        return refusal;
+    Session &session = *checked;
+    ordered_json ack = ordered_json::object();
+    // Now and then an acknowledgement leaves the cipher out: the old one stays in force.
+    rotate(session, ack, _rotation % 4 == 3);
+    ordered_json reply = envelope("ACKNOWLEDGE", request, ack);
+    session.lastResponseSequence = reply["response_sequence"].get<quint64>();
+    return {200, QByteArray::fromStdString(reply.dump())};
+}
+
+HeartServer::Session *HeartServer::verifyNotify(const ordered_json &request, Reply *refusal)
+{
     const auto content = request.find("content");
     const QString id = content != request.end() ? text(*content, "session") : QString();
     const auto it = _sessions.find(id);
     if (it == _sessions.end()) {
         fail(QStringLiteral("notification for an unknown session ") + id);
-        return reject(request, false, QStringLiteral("unknown session"));
+        *refusal = reject(request, false, QStringLiteral("unknown session"));
+        return nullptr;
     }
     Session &session = it->second;
     const quint64 req = sequence(request, "request_sequence");
@@ -278,18 +301,29 @@ HeartServer::Reply HeartServer::answerNotify(const ordered_json &request)
     if (proof.isEmpty() || proof != expectedProof(session, req, resp)) {
         ++_proofsBad;
         fail(QStringLiteral("proof mismatch (%1/%2)").arg(session.offer, session.saltName));
-        return reject(request, true, QStringLiteral("proof mismatch"));
+        *refusal = reject(request, true, QStringLiteral("proof mismatch"));
+        return nullptr;
     }
     ++_proofsOk;
     ++_proofsBy[session.offer];
     ++_proofsBy[session.saltName];
+    return &session;
+}
 
-    ordered_json ack = ordered_json::object();
-    // Now and then an acknowledgement leaves the cipher out: the old one stays in force.
-    rotate(session, ack, _rotation % 4 == 3);
-    ordered_json reply = envelope("ACKNOWLEDGE", request, ack);
-    session.lastResponseSequence = reply["response_sequence"].get<quint64>();
-    return {200, QByteArray::fromStdString(reply.dump())};
+bool HeartServer::setScenario(const QString &name)
+{
+    // "silence" listens with a plain TCP server of its own: it is chosen at start only.
+    static const QStringList switchable = {QString(),
+                                           QStringLiteral("nak-storm"),
+                                           QStringLiteral("reject"),
+                                           QStringLiteral("http500"),
+                                           QStringLiteral("garbage"),
+                                           QStringLiteral("lowercase-offer"),
+                                           QStringLiteral("deep")};
+    if (_scenario == QLatin1String("silence") || !switchable.contains(name))
+        return false;
+    _scenario = name;
+    return true;
 }
 
 HeartServer::Reply HeartServer::reject(const ordered_json &request, bool nak, const QString &why)

@@ -23,6 +23,9 @@ class QTcpSocket;
 // REJECT), "http500" (status 500 with a valid body), "garbage" (bodies that are not JSON),
 // "silence" (requests are read and never answered), "lowercase-offer" (the OFFER's type
 // written "offer"), "deep" (every answer's content holds arrays nested 100,000 deep).
+// Under every scenario the signature and a NOTIFY's proof are still checked and counted, so
+// that a run that switches scenarios can tell whether every beat the client sent was right.
+// All but "silence" can be switched on and off while running.
 class HeartServer : public SimService
 {
     Q_OBJECT
@@ -33,6 +36,7 @@ public:
     bool start(const SimOptions &options) override;
     quint16 port() const override { return _port; }
     nlohmann::ordered_json stats() const override;
+    bool setScenario(const QString &name) override;
 
 private:
     // The keys a session was last given; a NOTIFY's proof must be made with them.
@@ -52,6 +56,9 @@ private:
     Reply handle(const QByteArray &path, const QList<QPair<QByteArray, QByteArray>> &headers, const QByteArray &body);
     Reply answerNegotiate(const nlohmann::ordered_json &request);
     Reply answerNotify(const nlohmann::ordered_json &request);
+    // Checks a NOTIFY against its session and counts the proof; null (with the refusal to send
+    // in `refusal`) when it does not hold. Leaves the session's keys as they are.
+    Session *verifyNotify(const nlohmann::ordered_json &request, Reply *refusal);
     Reply reject(const nlohmann::ordered_json &request, bool nak, const QString &why);
     nlohmann::ordered_json envelope(const char *type, const nlohmann::ordered_json &request,
                                     nlohmann::ordered_json content);

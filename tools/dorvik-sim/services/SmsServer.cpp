@@ -35,13 +35,30 @@ QString md5Hex(const QString &text)
 
 bool SmsServer::start(const SimOptions &options)
 {
-    _scenario = options.scenario(QStringLiteral("sms"));
-    if (_scenario.startsWith(QStringLiteral("code="))) {
-        _acceptedCode = _scenario.mid(5);
-        _scenario = QStringLiteral("code");
-    }
+    if (!setScenario(options.scenario(QStringLiteral("sms"))))
+        std::fprintf(stderr, "sms: unknown scenario %s\n", qUtf8Printable(options.scenario(QStringLiteral("sms"))));
     _shareKey = options.setting("sms", "shareKey").value_or(QString());
     return listen("sms", options.listenPort(options.setting("sms", "host"), 0));
+}
+
+bool SmsServer::setScenario(const QString &name)
+{
+    // "code=<digits>" keeps the code out of the scenario's name, so that statistics never show it.
+    if (name.startsWith(QStringLiteral("code="))) {
+        _acceptedCode = name.mid(5);
+        _scenario = QStringLiteral("code");
+        return true;
+    }
+    static const QStringList known = {QString(),
+                                      QStringLiteral("none"),
+                                      QStringLiteral("code"),
+                                      QStringLiteral("code-error"),
+                                      QStringLiteral("silence"),
+                                      QStringLiteral("garbage")};
+    if (!known.contains(name))
+        return false;
+    _scenario = name;
+    return true;
 }
 
 QByteArray SmsServer::answer(const QByteArray &request)

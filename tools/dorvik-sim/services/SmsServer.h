@@ -20,6 +20,7 @@ public:
 
     bool start(const SimOptions &options) override;
     nlohmann::ordered_json stats() const override;
+    bool setScenario(const QString &name) override;
 
 private:
     QByteArray answer(const QByteArray &request) override;

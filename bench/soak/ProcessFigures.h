@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QDir>
+#include <QFile>
+
+// What the process holds right now, read from /proc/self.
+struct ProcessFigures
+{
+    qint64 rssKb = 0;
+    qint64 untrimmedRssKb = 0; // before free memory went back to the system (0: not measured)
+    int fds = 0;
+    int threads = 0;
+
+    static ProcessFigures now()
+    {
+        ProcessFigures f;
+        QFile status(QStringLiteral("/proc/self/status"));
+        if (status.open(QIODevice::ReadOnly)) {
+            for (const QByteArray &line : status.readAll().split('\n')) {
+                if (line.startsWith("VmRSS:"))
+                    f.rssKb = line.mid(6).trimmed().split(' ').value(0).toLongLong();
+                else if (line.startsWith("Threads:"))
+                    f.threads = line.mid(8).trimmed().toInt();
+            }
+        }
+        // The listing itself holds one descriptor while it reads.
+        f.fds = int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size());
+        return f;
+    }
+};
