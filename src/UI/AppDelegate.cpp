@@ -1,5 +1,6 @@
 #include "AppDelegate.h"
 
+#include "LinkTools.h"
 #include "MessageBox.h"
 #include "baseWindow.h"
 #include "checkUpdateViewController.h"
@@ -53,6 +54,7 @@ void AppDelegate::buildMenu()
     QMenu *menu = _window->menuBar()->addMenu(QStringLiteral("dorvik"));
     menu->addAction(QStringLiteral("检查更新"), this, &AppDelegate::checkUpdate);
     menu->addAction(QStringLiteral("重置网卡"), this, &AppDelegate::onRestDefaultInterfaceBtnClick);
+    LinkTools::install(menu, _host, _window.get());
     menu->addSeparator();
     QAction *quit = menu->addAction(QStringLiteral("退出"), this, [this] { terminate(); });
     quit->setShortcut(QKeySequence::Quit);
