@@ -26,18 +26,21 @@ nlohmann::ordered_json ClockCheck::toJson() const
 
 namespace ClockGuard {
 
-std::vector<QUrl> providerUrls()
+Servers providerUrls()
 {
-    std::vector<QUrl> urls;
+    Servers servers;
     const Conf *conf = Conf::shared();
     if (!conf)
-        return urls;
-    for (const auto &text : {conf->heart.getNegotiateUrl(), conf->business.getHost(), conf->update.getHost()}) {
+        return servers;
+    const auto add = [](std::vector<QUrl> &to, const std::optional<QString> &text) {
         const QUrl url(text.value_or(QString()));
         if (url.isValid() && (url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https")))
-            urls.push_back(url);
-    }
-    return urls;
+            to.push_back(url);
+    };
+    add(servers.first, conf->business.getHost());
+    add(servers.first, conf->update.getHost());
+    add(servers.fallback, conf->heart.getNegotiateUrl());
+    return servers;
 }
 
 std::optional<QDateTime> parseHttpDate(const QByteArray &raw)
@@ -124,12 +127,24 @@ void check(const std::vector<QUrl> &urls, std::shared_ptr<Clock> clock, bool tim
     }
 }
 
-ClockCheck checkBlocking(const std::vector<QUrl> &urls, std::shared_ptr<Clock> clock, bool timeBased, int timeoutMs)
+void check(const Servers &servers, std::shared_ptr<Clock> clock, bool timeBased, int timeoutMs, QObject *context,
+           std::function<void(const ClockCheck &)> done)
+{
+    QPointer<QObject> receiver = context;
+    check(servers.first, clock, timeBased, timeoutMs, context,
+          [fallback = servers.fallback, clock, timeBased, timeoutMs, receiver, done](const ClockCheck &c) {
+              if (c.checked || fallback.empty() || !receiver)
+                  return done(c);
+              check(fallback, clock, timeBased, timeoutMs, receiver.data(), done);
+          });
+}
+
+ClockCheck checkBlocking(const Servers &servers, std::shared_ptr<Clock> clock, bool timeBased, int timeoutMs)
 {
     QEventLoop loop;
     ClockCheck result;
     bool done = false;
-    check(urls, std::move(clock), timeBased, timeoutMs, &loop, [&](const ClockCheck &c) {
+    check(servers, std::move(clock), timeBased, timeoutMs, &loop, [&](const ClockCheck &c) {
         result = c;
         done = true;
         loop.quit();

@@ -39,8 +39,15 @@ namespace ClockGuard {
 // window around their own time, taken here as three minutes either way.
 constexpr qint64 kToleranceSecs = 180;
 
-// The provider servers of the current configuration and area that can tell the time.
-std::vector<QUrl> providerUrls();
+// The provider servers of the current configuration and area that can tell the time: the
+// business and update hosts first; the heartbeat server only when neither answers, so that the
+// heartbeat server sees nothing but heartbeats while the others are there.
+struct Servers
+{
+    std::vector<QUrl> first;
+    std::vector<QUrl> fallback;
+};
+Servers providerUrls();
 // An HTTP date (IMF-fixdate, also the obsolete RFC 850 and asctime forms); nullopt otherwise.
 std::optional<QDateTime> parseHttpDate(const QByteArray &text);
 // The check from a server's time, for a rule that is `timeBased` or not.
@@ -49,8 +56,11 @@ ClockCheck evaluate(const QDateTime &local, const QDateTime &server, const QStri
 // thread, with the first usable answer or an unchecked result when none came.
 void check(const std::vector<QUrl> &urls, std::shared_ptr<Clock> clock, bool timeBased, int timeoutMs, QObject *context,
            std::function<void(const ClockCheck &)> done);
+// The first servers, then the fallback ones when none of those told the time.
+void check(const Servers &servers, std::shared_ptr<Clock> clock, bool timeBased, int timeoutMs, QObject *context,
+           std::function<void(const ClockCheck &)> done);
 // The same, waiting in a local event loop (tools).
-ClockCheck checkBlocking(const std::vector<QUrl> &urls, std::shared_ptr<Clock> clock, bool timeBased, int timeoutMs);
+ClockCheck checkBlocking(const Servers &servers, std::shared_ptr<Clock> clock, bool timeBased, int timeoutMs);
 // The hint after an access server turned a time-based dial name down.
 QString refusalHint();
 
