@@ -6,6 +6,20 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusReply>
+#include <QFileInfo>
+
+namespace {
+// A session bus that is there: named in the environment, or at the usual place of a user
+// session. Without one, connecting would make libdbus autolaunch a bus of its own (through
+// X11), which then outlives this program: better to run alone.
+bool sessionBusAvailable()
+{
+    if (!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
+        return true;
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    return !runtime.isEmpty() && QFileInfo::exists(runtime + QStringLiteral("/bus"));
+}
+} // namespace
 
 const QString DorvikBusService::AppName = QStringLiteral("net.dorvik.Dorvik");
 const QString DorvikBusService::ObjectPath = QStringLiteral("/net/dorvik/Dorvik");
@@ -30,6 +44,10 @@ bool DorvikBusService::publish(const QString &busName, QString *error, bool *tak
 {
     if (taken)
         *taken = false;
+    if (!sessionBusAvailable()) {
+        *error = QStringLiteral("no session bus");
+        return false;
+    }
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         *error = QStringLiteral("no session bus: ") + bus.lastError().message();
@@ -91,12 +109,16 @@ namespace DorvikBus {
 
 bool isRunning(const QString &busName)
 {
+    if (!sessionBusAvailable())
+        return false;
     QDBusConnection bus = QDBusConnection::sessionBus();
     return bus.isConnected() && bus.interface()->isServiceRegistered(busName).value();
 }
 
 QStringList cliServices()
 {
+    if (!sessionBusAvailable())
+        return {};
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return {};
@@ -120,7 +142,7 @@ std::optional<QString> findService()
 
 std::optional<QString> call(const QString &busName, const QString &method, int timeoutMs, QString *error)
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
+    QDBusConnection bus = sessionBusAvailable() ? QDBusConnection::sessionBus() : QDBusConnection(QString());
     if (!bus.isConnected()) {
         *error = QStringLiteral("no session bus");
         return std::nullopt;

@@ -38,6 +38,7 @@ void RedialSupervisor::userDialed()
     _stopMessage.clear();
     _attempt = 0;
     _refusals = 0;
+    _failedStarts = 0;
     _upSinceMs.reset();
     _nextAtMs.reset();
 }
@@ -54,6 +55,7 @@ void RedialSupervisor::linkUp()
 {
     _upSinceMs = _clock->monotonicMs();
     _refusals = 0; // the log-in was accepted: refusals are no longer in a row
+    _failedStarts = 0;
 }
 
 void RedialSupervisor::linkDown(LinkEndCause cause, const QString &detail)
@@ -70,11 +72,21 @@ void RedialSupervisor::linkDown(LinkEndCause cause, const QString &detail)
     }
     if (upSince && _clock->monotonicMs() - *upSince >= _policy.stablePeriodMs)
         _attempt = 0; // it had been stable: start the pauses over
+    const bool timeBased = _hooks.timeBasedRule && _hooks.timeBasedRule();
     if (cause == LinkEndCause::Refused && ++_refusals >= _policy.maxRefusals) {
         QString text = QStringLiteral("连续 %1 次认证被拒绝，已停止自动重拨：账号可能已被锁定").arg(_refusals);
-        if (_hooks.timeBasedRule && _hooks.timeBasedRule())
+        if (timeBased)
             text += QStringLiteral("，或本机时间不准确");
         stop(text + QStringLiteral("。"));
+        return;
+    }
+    if (!upSince && (cause == LinkEndCause::Refused || cause == LinkEndCause::Failed)
+        && ++_failedStarts >= _policy.maxFailedStarts) {
+        QString text =
+            QStringLiteral("连续 %1 次拨号未能建立连接，已停止自动重拨：账号可能已被锁定").arg(_failedStarts);
+        if (timeBased)
+            text += QStringLiteral("、本机时间不准确");
+        stop(text + QStringLiteral("，或线路故障。"));
         return;
     }
     schedule(ourOwn ? QStringLiteral("heartbeat") : linkEndCauseName(cause));

@@ -30,6 +30,9 @@ public:
         double jitter = 0.2; // each pause is moved by up to this fraction either way
         qint64 stablePeriodMs = 2 * 60 * 1000;
         int maxRefusals = 3;
+        // Dials in a row that never came up, refused or failed: some back-ends (NetworkManager)
+        // report a refused log-in as a failed PPP start, so these stop the loop too, later.
+        int maxFailedStarts = 6;
     };
 
     // What the supervisor did, for the owner's log, JSON lines and diagnostics.
@@ -98,6 +101,7 @@ private:
     quint64 _generation = 0; // a wait scheduled under an older generation does nothing
     int _attempt = 0;        // attempts since the last stable link
     int _refusals = 0;       // log-in refusals in a row
+    int _failedStarts = 0;   // dials in a row that never came up
     std::optional<qint64> _upSinceMs;
     std::optional<qint64> _nextAtMs;
     QString _stopMessage;

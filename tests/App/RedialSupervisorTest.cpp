@@ -69,7 +69,7 @@ struct Harness
 
 TEST(RedialSupervisor, Scenarios)
 {
-    enum Step { Up, Drop, Refuse, UserDown, HeartEnd, UserHangUp, Wait, Stable };
+    enum Step { Up, Drop, Refuse, Fail, UserDown, HeartEnd, UserHangUp, Wait, Stable };
     const struct
     {
         const char *name;
@@ -94,6 +94,11 @@ TEST(RedialSupervisor, Scenarios)
          {2000, 4000, 8000, 16000, 32000},
          4,
          false},
+        {"six starts that never came up stop too (a back-end may not tell a refusal apart)",
+         {Drop, Wait, Fail, Wait, Refuse, Wait, Fail, Wait, Fail, Wait, Fail, Wait, Fail, Wait},
+         {2000, 4000, 8000, 16000, 32000, 64000},
+         6,
+         true},
         {"the user hanging up never redials", {Up, UserHangUp, UserDown, Wait}, {}, 0, false},
         {"a hang-up from outside never redials", {Up, UserDown, Wait}, {}, 0, false},
         {"a hang-up cancels the pending attempt", {Drop, UserHangUp, Wait}, {2000}, 0, false},
@@ -118,6 +123,9 @@ TEST(RedialSupervisor, Scenarios)
                 break;
             case Refuse:
                 h.supervisor.linkDown(Cause::Refused, QStringLiteral("refused"));
+                break;
+            case Fail:
+                h.supervisor.linkDown(Cause::Failed, QStringLiteral("the PPP session failed"));
                 break;
             case UserDown:
                 h.supervisor.linkDown(Cause::UserRequested, QStringLiteral("hung up on request"));
