@@ -170,12 +170,3 @@ TEST(RedialSupervisor, JitterStaysWithinItsShareAndUnderTheCap)
     for (const auto &c : cases)
         EXPECT_EQ(RedialSupervisor::backoffMs(p, c.attempt, c.random), c.expected) << c.attempt << " " << c.random;
 }
-
-TEST(RedialSupervisor, OffByDefault)
-{
-    Harness h;
-    RedialSupervisor off({}, h.clock, h.hooks());
-    off.userDialed();
-    off.linkDown(Cause::Dropped, {});
-    EXPECT_TRUE(h.delays.empty());
-}

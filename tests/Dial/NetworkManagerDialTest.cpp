@@ -11,13 +11,11 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QProcess>
-#include <iostream>
 
 namespace {
 
@@ -209,7 +207,6 @@ TEST_F(NMDial, ProfileCreatedReusedAndMovedWithRefusedLogIns)
     // Never up: not a drop (a refusal the redial supervisor counts, or a failed start).
     ASSERT_EQ(log.causes.size(), 1u);
     EXPECT_NE(log.causes[0], QStringLiteral("dropped"));
-    std::cerr << "refused log-in reported as: " << log.causes[0].toStdString() << std::endl;
 
     // Same interface: the profile is reused.
     log.states.clear();

@@ -145,13 +145,6 @@ TEST_F(LinkEndToEnd, RedialsWithFreshNamesAfterDropsThenStopsAfterRefusals)
     EXPECT_EQ(cli->count([](const json &l) { return isState(l, 5) && l.value("cause", "") == "refused"; }), 3u);
     EXPECT_EQ(redial("dialed"), 4u);
     EXPECT_EQ(redial("stopped"), 1u);
-    // The pauses grow.
-    std::vector<qint64> delays;
-    for (const auto &l : cli->lines())
-        if (isEvent(l, "redial") && l.value("action", "") == "scheduled")
-            delays.push_back(l.value("delayMs", 0));
-    ASSERT_EQ(delays.size(), 4u);
-    EXPECT_LT(delays[0], delays[3]);
     // Each attempt dialled a name of its own moment.
     const auto names = dialNames();
     ASSERT_EQ(names.size(), 5u);
