@@ -3,6 +3,7 @@
 
 #include "AppDelegate.h"
 #include "FirstPaintProbe.h"
+#include "SessionInstance.h"
 #include "UnixSignals.h"
 #include "baseWindow.h"
 
@@ -92,6 +93,11 @@ int main(int argc, char **argv)
         return 1;
     }
 
+    // One instance per user session: a second start raises the first one's window and ends.
+    SessionInstance instance;
+    if (!instance.claim())
+        return 0;
+
     QString backendError;
     DVAppHost host([&settings, &backendError] { return ConnectionSetup::makeApp(*settings, &backendError); });
     if (!backendError.isEmpty()) {
@@ -104,6 +110,9 @@ int main(int argc, char **argv)
     QObject::connect(&signals, &UnixSignals::received, &delegate, [&delegate] { delegate.terminate(); });
     delegate.setStartHidden(startsHidden(parser));
     delegate.applicationDidFinishLaunching();
+    instance.host = &host;
+    instance.delegate = &delegate;
+    instance.windowReady();
     installFirstPaintProbe(delegate.window());
     return QApplication::exec();
 }

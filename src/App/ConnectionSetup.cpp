@@ -10,6 +10,7 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPointer>
+#include <QTimer>
 
 #include <nlohmann/json.hpp>
 
@@ -34,11 +35,12 @@ std::optional<int> wholeNumber(const QCommandLineParser &parser, const QString &
 
 } // namespace
 
-SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::function<QString()> macAddress)
+SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::function<QString()> macAddress,
+                                         std::function<void()> sessionEnds)
 {
     auto network = std::make_shared<std::unique_ptr<QNetworkAccessManager>>();
-    return [url, macAddress, network](const QString &dialName, const QString &password,
-                                      std::function<void(bool, QString)> done) {
+    return [url, macAddress, network, sessionEnds](const QString &dialName, const QString &password,
+                                                   std::function<void(bool, QString)> done) {
         if (!*network)
             *network = std::make_unique<QNetworkAccessManager>();
         QNetworkRequest request(url);
@@ -48,11 +50,15 @@ SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::function<QString(
         const json body = {
             {"dialName", dialName.toStdString()}, {"password", password.toStdString()}, {"mac", mac.toStdString()}};
         QNetworkReply *reply = (*network)->post(request, QByteArray::fromStdString(body.dump()));
-        QObject::connect(reply, &QNetworkReply::finished, reply, [reply, done] {
+        QNetworkAccessManager *context = network->get();
+        QObject::connect(reply, &QNetworkReply::finished, reply, [reply, done, sessionEnds, context] {
             reply->deleteLater();
             const QByteArray raw = reply->readAll();
             const json answer = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
             if (answer.is_object() && answer.value("accepted", false)) {
+                const auto limit = answer.find("sessionSeconds");
+                if (sessionEnds && limit != answer.end() && limit->is_number_integer() && *limit > 0 && *limit < 86400)
+                    QTimer::singleShot(int(limit->get<int>()) * 1000, context, sessionEnds);
                 done(true, QString());
                 return;
             }
@@ -124,19 +130,21 @@ bool loadConfiguration(const Settings &settings, QString *error)
 
 std::unique_ptr<DVApp> makeApp(const Settings &settings, QString *error)
 {
-    std::unique_ptr<PPPoEPlatform> platform;
+    return makeApp(settings, DVApp::Options{}, error);
+}
+
+std::unique_ptr<DVApp> makeApp(const Settings &settings, DVApp::Options options, QString *error,
+                               std::unique_ptr<PPPoEPlatform> platform)
+{
     auto appRef = std::make_shared<QPointer<DVApp>>();
     const QString chosen = settings.backend.isEmpty() ? PPPoEPlatformFactory::defaultName() : settings.backend;
-    if (chosen == QLatin1String("simulated")) {
+    if (!platform && chosen == QLatin1String("simulated")) {
         SimulatedConfig config = SimulatedPlatform::defaultConfig();
         if (settings.simInterfaces < int(config.interfaces.size()))
             config.interfaces.resize(size_t(qMax(1, settings.simInterfaces)));
         config.callDelayMs = settings.simCallDelayMs;
-        config.authHook = accessConcentratorHook(settings.accessConcentrator, [appRef] {
-            return *appRef && (*appRef)->pppoe() ? (*appRef)->pppoe()->getMacAddress() : QString();
-        });
         platform = std::make_unique<SimulatedPlatform>(std::move(config));
-    } else {
+    } else if (!platform) {
         platform = PPPoEPlatformFactory::create(chosen);
     }
     if (!platform) {
@@ -144,7 +152,20 @@ std::unique_ptr<DVApp> makeApp(const Settings &settings, QString *error)
                      .arg(chosen, PPPoEPlatformFactory::availableNames().join(QStringLiteral(", ")));
         return nullptr;
     }
-    DVApp::Options options;
+    if (auto *simulated = dynamic_cast<SimulatedPlatform *>(platform.get())) {
+        // The simulated link asks the simulated access concentrator, as pppd would ask the
+        // provider's access server, and ends when the concentrator ends the session.
+        simulated->setAuthHook(accessConcentratorHook(
+            settings.accessConcentrator,
+            [appRef] { return *appRef && (*appRef)->pppoe() ? (*appRef)->pppoe()->getMacAddress() : QString(); },
+            [appRef] {
+                DVApp *app = appRef->data();
+                if (!app || !app->pppoe() || !app->dialInterface())
+                    return;
+                if (auto *sim = dynamic_cast<SimulatedPlatform *>(&app->pppoe()->platform()))
+                    sim->peerHangUpOn(app->dialInterface()->_bsdName);
+            }));
+    }
     if (settings.heartbeatScale > 1) {
         const int scale = settings.heartbeatScale;
         options.heartbeatWaits = [scale](qint32 seconds) { return qint64(seconds) * 1000 / scale; };

@@ -39,15 +39,20 @@ std::optional<Settings> settingsFrom(const QCommandLineParser &parser, QString *
 // or the one stored). False with `error` set when no configuration can be read.
 bool loadConfiguration(const Settings &settings, QString *error);
 
-// A controller with the chosen back-end, built on the calling thread. The simulated back-end
-// asks the simulated access concentrator to check each dial. Null with `error` set for an
-// unknown back-end.
+// A controller with the chosen back-end (or `platform` when given), built on the calling
+// thread, with the heartbeat pauses of the settings. The simulated back-end asks the simulated
+// access concentrator to check each dial, and hangs up when the concentrator ends the session.
+// Null with `error` set for an unknown back-end.
 std::unique_ptr<DVApp> makeApp(const Settings &settings, QString *error);
+std::unique_ptr<DVApp> makeApp(const Settings &settings, DVApp::Options options, QString *error,
+                               std::unique_ptr<PPPoEPlatform> platform = nullptr);
 
 // The check a simulated link makes for each dial: it asks the simulated access concentrator at
 // `url`, as pppd would ask the provider's access server, sending the dial name, the password and
 // the dialled interface's MAC address. Runs on the back-end's thread; its HTTP client is made
-// there on first use.
-SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::function<QString()> macAddress);
+// there on first use. When the concentrator limits the session ("sessionSeconds"),
+// `sessionEnds` is called that many seconds after the acceptance, on the same thread.
+SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::function<QString()> macAddress,
+                                         std::function<void()> sessionEnds = {});
 
 } // namespace ConnectionSetup

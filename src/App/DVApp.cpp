@@ -14,6 +14,12 @@
 #include "Dial/PPPoEPlatformFactory.h"
 #include "Util/DVEnv.h"
 #include "Util/Log.h"
+#include "Util/ThreadHandoff.h"
+
+#include <QPointer>
+#include <QTimer>
+
+#include <random>
 
 namespace {
 std::unique_ptr<DVApp> &sharedSlot()
@@ -34,6 +40,23 @@ DVApp::DVApp(std::unique_ptr<PPPoE> pppoe, Options options)
 {
     if (!_options.clock)
         _options.clock = Clock::system();
+    RedialSupervisor::Hooks hooks;
+    hooks.wait = _options.redialWait;
+    if (!hooks.wait)
+        hooks.wait = [this](qint64 ms, std::function<void()> fire) { QTimer::singleShot(ms, this, std::move(fire)); };
+    hooks.random = _options.redialRandom;
+    if (!hooks.random) {
+        auto engine = std::make_shared<std::minstd_rand>(std::random_device{}());
+        hooks.random = [engine] { return std::uniform_real_distribution<double>(0.0, 1.0)(*engine); };
+    }
+    hooks.dial = [this](DVError *error) { return redialNow(error); };
+    hooks.hangUp = [this] {
+        if (_pppoe)
+            _pppoe->stopConn();
+    };
+    hooks.report = _options.onRedial;
+    hooks.timeBasedRule = [] { return timeBasedRule(); };
+    _redial = std::make_unique<RedialSupervisor>(_options.redialPolicy, _options.clock, std::move(hooks));
     // Bubbles show only while the link is up.
     bubbleCenter()->setConnectedPredicate([this] { return _isConntcted; });
     DVEvent::shared().addObserver(
@@ -70,6 +93,41 @@ void DVApp::installShared(std::unique_ptr<DVApp> app)
 bool DVApp::dialWithUserName(const QString &name, const std::shared_ptr<const QString> &password, quint64 index,
                              DVError *error)
 {
+    DVError local;
+    DVError *place = error ? error : &local;
+    const bool started = dialNow(name, password, index, place);
+    if (!place->domain.isEmpty())
+        noteError(*place);
+    if (started && place->domain.isEmpty())
+        _redial->userDialed();
+    return started;
+}
+
+bool DVApp::redialNow(DVError *error)
+{
+    const auto password = _password.lock();
+    const QString name = username();
+    if (!password || name.isEmpty() || !_pppoe) {
+        setError(error, DVError(QStringLiteral("Redial"), 1, QStringLiteral("没有可用于重拨的账号"),
+                                QStringLiteral("the account or password of the last dial is gone")));
+        return false;
+    }
+    // The list may have changed since the first dial: find the same interface again.
+    const QString wanted = _dialInterface ? _dialInterface->_bsdName : QString();
+    const auto list = _pppoe->getInterfaceList();
+    quint64 index = _index;
+    for (size_t i = 0; i < list.size(); ++i)
+        if (list[i]._bsdName == wanted)
+            index = i;
+    const bool started = dialNow(name, password, index, error);
+    if (error && !error->domain.isEmpty())
+        noteError(*error);
+    return started;
+}
+
+bool DVApp::dialNow(const QString &name, const std::shared_ptr<const QString> &password, quint64 index, DVError *error)
+{
+    // The dial name is computed here, at every dial: a time PIN made earlier would be stale.
     qint64 t = _options.clock->secsSinceEpoch();
     if (!_pppoe)
         return false;
@@ -110,6 +168,7 @@ bool DVApp::dialWithUserName(const QString &name, const std::shared_ptr<const QS
 
 bool DVApp::stopConn()
 {
+    _redial->userHungUp();
     _password.reset();
     _pin.clear();
     return _pppoe ? _pppoe->stopConn() : false;
@@ -174,14 +233,36 @@ void DVApp::onEventWithObject(const DVEventObjectPtr &object)
     const auto *event = dynamic_cast<const DVDialStatusEvent *>(object.get());
     if (!event)
         return;
+    _dialState = event->dialState;
     if (event->dialState == DVDialStateDisconnected) {
         if (_isConntcted)
             DVEnv::shared().recordConnDown();
         _isConntcted = false;
+        _connectedSince = QDateTime();
         _queue->cancelAllOperations();
+        _lastEndCause = event->endCause;
+        _lastEndDetail = event->endDetail;
+        static const QMap<QString, std::pair<int, QString>> endErrors = {
+            {QStringLiteral("refused"), {1, QStringLiteral("认证被拒绝")}},
+            {QStringLiteral("dropped"), {2, QStringLiteral("连接已断开")}},
+            {QStringLiteral("failed"), {3, QStringLiteral("连接失败")}},
+        };
+        if (endErrors.contains(event->endCause)) {
+            const auto &[code, text] = endErrors.value(event->endCause);
+            noteError(DVError(QStringLiteral("Link"), code, text, event->endDetail));
+        }
+        LinkEndCause cause = LinkEndCause::Unknown;
+        for (const auto c :
+             {LinkEndCause::UserRequested, LinkEndCause::Refused, LinkEndCause::Dropped, LinkEndCause::Failed})
+            if (linkEndCauseName(c) == event->endCause)
+                cause = c;
+        _redial->linkDown(cause, event->endDetail);
     } else if (event->dialState == DVDialStateConnected) {
-        if (!_isConntcted)
+        if (!_isConntcted) {
+            _connectedSince = _options.clock->now();
+            _redial->linkUp();
             onConnected();
+        }
         _isConntcted = true;
     }
     Q_EMIT dialStateChanged(event->dialState);
@@ -233,7 +314,21 @@ void DVApp::startHeart()
     if (!data)
         return;
     data->waitPolicy = _options.heartbeatWaits;
-    data->onExchange = _options.onHeartbeatExchange;
+    // The caller's observer, the diagnostics' record, and the redial supervisor's cue when the
+    // heartbeat ends for good while the link is still up.
+    std::weak_ptr<BcomOperationData> weakData = data;
+    QPointer<DVApp> self = this;
+    data->onExchange = [self, weakData, observer = _options.onHeartbeatExchange, this](const BcomExchange &x) {
+        if (observer)
+            observer(x);
+        const auto d = weakData.lock();
+        noteExchange(x, x.continues && d ? d->waitMs(d->interval) : -1);
+        if (!x.continues && !x.error.isEmpty())
+            ThreadHandoff::post(self.data(), [self, why = x.error] {
+                if (self && self->_isConntcted)
+                    self->_redial->heartbeatEnded(why);
+            });
+    };
     if (auto op = BcomOperation::initWithBcomData(negotiation, data, _queue))
         _queue->addOperation(op);
 }

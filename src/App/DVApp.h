@@ -1,5 +1,6 @@
 #pragma once
 
+#include "App/RedialSupervisor.h"
 #include "Bcom/BcomOperationData.h"
 #include "Dial/PPPoE.h"
 #include "Util/Clock.h"
@@ -7,9 +8,12 @@
 #include "Util/DVEvent.h"
 #include "Util/OperationQueue.h"
 
+#include <QDateTime>
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
+
+#include <nlohmann/json.hpp>
 
 #include <memory>
 #include <mutex>
@@ -40,6 +44,12 @@ public:
         std::function<void(const BcomExchange &)> onHeartbeatExchange;
         // Where the configuration request shows its bubbles; null means the process's centre.
         BubbleCenter *bubbles = nullptr;
+        // Automatic redial (off unless setRedialEnabled(true)): its pauses, its wait (empty: a
+        // timer on the controller's thread), its jitter source and who hears what it does.
+        RedialSupervisor::Policy redialPolicy;
+        std::function<void(qint64 ms, std::function<void()> fire)> redialWait;
+        std::function<double()> redialRandom;
+        std::function<void(const RedialSupervisor::Report &)> onRedial;
     };
 
     explicit DVApp(std::unique_ptr<PPPoE> pppoe);
@@ -74,6 +84,22 @@ public:
     void startTasks();
     void startHeart();
 
+    // Automatic redial after a link the user did not hang up went down (off by default).
+    void setRedialEnabled(bool enabled) { _redial->setEnabled(enabled); }
+    const RedialSupervisor &redial() const { return *_redial; }
+    // The token request with its outcome: `done` gets the parsed answer, or an error text, on
+    // this thread. Needs a connection dialled by this controller (the password of the dial).
+    void requestToken(std::function<void(nlohmann::ordered_json)> done);
+    // Whether the current area's dial names depend on the time.
+    static bool timeBasedRule();
+    // What the last clock check found (ClockGuard), kept for the diagnostics.
+    void setClockCheck(nlohmann::ordered_json check) { _clockCheck = std::move(check); }
+    // The state of the connection as a JSON document for the diagnostics page and
+    // `dorvik-cli status`. Holds no password, no SMS code, no dial name, no key.
+    nlohmann::ordered_json diagnostics() const;
+    // The interface a connection of this controller holds (dialling or up); empty when none.
+    QString heldInterface() const;
+
     // Where the connection's bubbles go (shown only while connected).
     BubbleCenter *bubbleCenter() const;
 
@@ -92,6 +118,10 @@ Q_SIGNALS:
 
 private:
     void setUsername(const QString &name);
+    bool dialNow(const QString &name, const std::shared_ptr<const QString> &password, quint64 index, DVError *error);
+    bool redialNow(DVError *error);
+    void noteError(const DVError &error);
+    void noteExchange(const BcomExchange &exchange, qint64 nextWaitMs);
 
     bool _isConntcted = false;
     std::unique_ptr<PPPoE> _pppoe;
@@ -104,4 +134,15 @@ private:
     quint64 _index = 0;
     std::optional<NetworkInterfaceInfo> _dialInterface;
     Options _options;
+    std::unique_ptr<RedialSupervisor> _redial;
+    // For the diagnostics (read on this thread; the heartbeat part is written by workers).
+    qint64 _dialState = DVDialStateDisconnected;
+    QDateTime _connectedSince;
+    QString _lastEndCause, _lastEndDetail;
+    std::optional<DVError> _lastError;
+    QDateTime _lastErrorAt;
+    nlohmann::ordered_json _clockCheck;
+    nlohmann::ordered_json _lastToken;
+    mutable std::mutex _heartMutex;
+    nlohmann::ordered_json _heart;
 };

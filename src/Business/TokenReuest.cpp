@@ -93,22 +93,28 @@ std::optional<TokenReuest::Headers> TokenReuest::getBasicAuthHeaderFromUserName(
     return Headers{{QStringLiteral("Authorization"), QStringLiteral("Basic ") + QString::fromLatin1(encoded)}};
 }
 
+void TokenReuest::fail(const QString &why)
+{
+    if (onOutcome)
+        onOutcome(std::nullopt, why);
+}
+
 void TokenReuest::main()
 {
     if (!_authName || !_authPwd)
-        return;
+        return fail(QStringLiteral("the token service has no user or password configured"));
     const DVParams params = makeParams();
     const auto signature = getSignatureFromParam(params);
     if (!signature) {
         DVLOG() << "get sign failed";
-        return;
+        return fail(QStringLiteral("the request could not be signed"));
     }
     Headers headers = getBasicAuthHeaderFromUserName(*_authName, *_authPwd).value_or(Headers{});
     headers.emplace_back(QStringLiteral("Signature"), *signature);
     const QByteArray body = DVUtils::getBodyFromParm(params);
     if (body.isEmpty()) {
         DVLOG() << "make request body failed";
-        return;
+        return fail(QStringLiteral("the request body could not be made"));
     }
     doRquestWithBody(body, headers);
 }
@@ -119,7 +125,7 @@ void TokenReuest::doRquestWithBody(const QByteArray &body, const Headers &header
     const QUrl url(text, QUrl::StrictMode);
     if (!_host || !url.isValid() || url.scheme().isEmpty()) {
         DVLOG() << "url init failed";
-        return;
+        return fail(QStringLiteral("the token service address is not usable"));
     }
     HttpRequestSpec outgoing;
     outgoing.url = url;
@@ -130,15 +136,17 @@ void TokenReuest::doRquestWithBody(const QByteArray &body, const Headers &header
     const HttpReply reply = BusinessHttp::sendBlocking(outgoing);
     if (reply.transportError) {
         DVLOG() << *reply.transportError;
-        return;
+        return fail(*reply.transportError);
     }
     // Only the body counts: a failure status with a readable answer is an answer.
     QString why;
     const auto info = parseTokenInfo(reply.body, &why);
     if (!info) {
         DVLOG() << why;
-        return;
+        return fail(why);
     }
+    if (onOutcome)
+        onOutcome(info, QString());
     DVNotificationCenter::defaultCenter().postNotificationName(DVNotification::DVNotificationNameToken,
                                                                {{DVNotification::NotificationInfoKeyToken, *info}});
 }

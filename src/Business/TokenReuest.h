@@ -35,6 +35,10 @@ public:
 
     void main() override;
 
+    // Told the outcome of main() once, on the operation's thread: the parsed answer, or why
+    // there is none. For callers that need an answer either way (diagnostics, tools).
+    std::function<void(const std::optional<TokenNotificationInfo> &info, const QString &why)> onOutcome;
+
     // account, then pwd (MD5 of the password): the body and the signature list them so.
     DVParams makeParams() const;
     std::optional<QString> getSignatureFromParam(const DVParams &params) const;
@@ -47,6 +51,8 @@ public:
     static std::optional<TokenNotificationInfo> parseTokenInfo(const QByteArray &body, QString *why);
 
 private:
+    void fail(const QString &why);
+
     std::optional<QString> _authName;
     std::optional<QString> _authPwd;
     std::optional<QString> _host;

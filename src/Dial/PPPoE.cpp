@@ -396,10 +396,31 @@ bool PPPoE::startConnection(const NetworkConnectionRef &connection, const QStrin
 
 void PPPoE::connectionStatusChanged(const NetworkConnectionRef &connection, int status)
 {
-    if (status == NetworkConnectionDisconnected)
+    auto event = std::make_shared<DVDialStatusEvent>(dialStateForStatus(status));
+    if (status == NetworkConnectionDisconnected) {
+        const LinkEnd end = _platform->networkConnectionCopyEndReason(connection);
+        event->endCause = linkEndCauseName(end.cause);
+        event->endDetail = end.detail;
         _platform->networkConnectionUnscheduleFromRunLoop(connection);
-    DVEvent::shared().fireEventWithEventID(DVEventIdDialStatus,
-                                           std::make_shared<DVDialStatusEvent>(dialStateForStatus(status)));
+    }
+    DVEvent::shared().fireEventWithEventID(DVEventIdDialStatus, event);
+}
+
+QString linkEndCauseName(LinkEndCause cause)
+{
+    switch (cause) {
+    case LinkEndCause::UserRequested:
+        return QStringLiteral("user");
+    case LinkEndCause::Refused:
+        return QStringLiteral("refused");
+    case LinkEndCause::Dropped:
+        return QStringLiteral("dropped");
+    case LinkEndCause::Failed:
+        return QStringLiteral("failed");
+    case LinkEndCause::Unknown:
+        break;
+    }
+    return QStringLiteral("unknown");
 }
 
 qint64 PPPoE::dialStateForStatus(int status)

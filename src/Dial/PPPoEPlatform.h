@@ -79,6 +79,21 @@ enum : int {
 };
 } // namespace PlatformStatus
 
+// Why a link went down, as far as the back-end can tell. A link the peer or the line ended
+// after it was up (carrier lost, the access concentrator hung up, LCP echo requests went
+// unanswered) is "dropped"; one whose log-in the access server turned down is "refused"; one
+// that never came up for another reason "failed".
+enum class LinkEndCause { Unknown, UserRequested, Refused, Dropped, Failed };
+
+struct LinkEnd
+{
+    LinkEndCause cause = LinkEndCause::Unknown;
+    QString detail; // the back-end's own words (English, for logs and diagnostics)
+};
+
+// "unknown", "user", "refused", "dropped", "failed".
+QString linkEndCauseName(LinkEndCause cause);
+
 // Flags of authorizationCreate (interaction allowed | extend rights | pre-authorize).
 enum : quint32 { AuthorizationFlagsDialDefault = 19 };
 
@@ -154,6 +169,13 @@ public:
                                         bool linger) = 0;
     virtual bool networkConnectionStop(const NetworkConnectionRef &connection, bool forceDisconnect) = 0;
     virtual std::optional<QVariantMap> networkConnectionCopyExtendedStatus(const NetworkConnectionRef &connection) = 0;
+    // Why the connection's link last went down; asked when it reports "disconnected". A back-end
+    // that cannot tell answers Unknown.
+    virtual LinkEnd networkConnectionCopyEndReason(const NetworkConnectionRef &connection)
+    {
+        (void)connection;
+        return {};
+    }
 
     // --- Link-state store ---
     virtual DynamicStoreRef dynamicStoreCreate(const QString &name) = 0;

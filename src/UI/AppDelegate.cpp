@@ -1,5 +1,6 @@
 #include "AppDelegate.h"
 
+#include "LinkTools.h"
 #include "MessageBox.h"
 #include "TrayIcon.h"
 #include "baseWindow.h"
@@ -58,6 +59,7 @@ void AppDelegate::buildMenu()
     menu->addAction(QStringLiteral("检查更新"), this, &AppDelegate::checkUpdate);
     menu->addAction(QStringLiteral("重置网卡"), this, &AppDelegate::onRestDefaultInterfaceBtnClick);
     addAutostartItem(menu);
+    LinkTools::install(menu, _host, _window.get());
     menu->addSeparator();
     QAction *quit = menu->addAction(QStringLiteral("退出"), this, [this] { terminate(); });
     quit->setShortcut(QKeySequence::Quit);

@@ -57,6 +57,10 @@ public:
 
     qint64 dialState = DVDialStateUnknown;
     std::optional<DVErrorEvent> error;
+    // With "disconnected": why the link ended ("user", "refused", "dropped", "failed", or
+    // "unknown"), and the back-end's detail. Empty otherwise.
+    QString endCause;
+    QString endDetail;
 };
 
 using DVEventObjectPtr = std::shared_ptr<const DVEventObject>;

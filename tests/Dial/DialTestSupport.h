@@ -23,8 +23,11 @@ public:
         DVEvent::shared().addObserver(
             this,
             [this](const DVEventObjectPtr &obj) {
-                if (const auto *e = dynamic_cast<const DVDialStatusEvent *>(obj.get()))
+                if (const auto *e = dynamic_cast<const DVDialStatusEvent *>(obj.get())) {
                     states.push_back(e->dialState);
+                    if (!e->endCause.isEmpty())
+                        causes.push_back(e->endCause);
+                }
             },
             DVEventIdDialStatus, OperationQueue::mainQueue());
     }
@@ -35,6 +38,7 @@ public:
         return TestSupport::spinUntil([&] { return !states.empty() && states.back() == last; }, ms);
     }
     std::vector<qint64> states;
+    std::vector<QString> causes; // why each "disconnected" came
 };
 
 } // namespace DialTest

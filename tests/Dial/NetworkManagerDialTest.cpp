@@ -204,6 +204,9 @@ TEST_F(NMDial, ProfileCreatedReusedAndMovedWithRefusedLogIns)
     EXPECT_EQ(s[QStringLiteral("pppoe")][QStringLiteral("username")].toString(), QStringLiteral("dial-1"));
     EXPECT_EQ(s[QStringLiteral("pppoe")][QStringLiteral("password-flags")].toUInt(), 2u);
     EXPECT_TRUE(readAll(rig["pppdlog"]).contains(QStringLiteral("secrets mismatch for user 'dial-1'")));
+    // Never up: not a drop (a refusal the redial supervisor counts, or a failed start).
+    ASSERT_EQ(log.causes.size(), 1u);
+    EXPECT_NE(log.causes[0], QStringLiteral("dropped"));
 
     // Same interface: the profile is reused.
     log.states.clear();
@@ -274,6 +277,7 @@ TEST_F(NMDial, ConnectsWithTheDialledCredentialsAndHangsUp)
     ASSERT_TRUE(pppoe->stopConn());
     ASSERT_TRUE(log.waitFor(5, 15000));
     EXPECT_EQ(log.states, (States{3, 2, 3, 5}));
+    EXPECT_EQ(log.causes, std::vector<QString>{QStringLiteral("user")});
     EXPECT_EQ(pppoe->getIP(), std::nullopt);
     EXPECT_EQ(pppoe->getConnTime(), 0u);
     EXPECT_FALSE(pppoe->stopConn());

@@ -4,14 +4,20 @@
 #include "UiTestSupport.h"
 
 #include "AppDelegate.h"
+#include "LinkTools.h"
+#include "baseWindow.h"
 #include "checkUpdateViewController.h"
 
 #include "support/LogCapture.h"
+#include "support/TestSupport.h"
 
 #include "Conf/Conf.h"
 #include "Conf/UIConf.h"
 #include "Util/UserDefaults.h"
 
+#include <QApplication>
+#include <QClipboard>
+#include <QMenuBar>
 #include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
@@ -109,6 +115,46 @@ TEST_F(AppShell, ProgramQuitsPromptlyOnSignals)
         EXPECT_EQ(program.exitStatus(), QProcess::NormalExit);
         EXPECT_EQ(program.exitCode(), 0);
     }
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(AppShell, RedialSwitchAndDiagnosticsPageWithItsCopyButton)
+{
+    auto host = makeHost(machine(1));
+    AppDelegate delegate(host.get());
+    delegate.applicationDidFinishLaunching();
+    QMenu *menu = delegate.window()->menuBar()->findChild<QMenu *>();
+    ASSERT_NE(menu, nullptr);
+    QAction *redial = nullptr, *diagnostics = nullptr;
+    for (QAction *a : menu->actions()) {
+        if (a->text() == QStringLiteral("断线自动重拨"))
+            redial = a;
+        if (a->text() == QStringLiteral("诊断信息…"))
+            diagnostics = a;
+    }
+    ASSERT_NE(redial, nullptr);
+    ASSERT_NE(diagnostics, nullptr);
+    // Off unless the user turns it on; the switch reaches the controller and is remembered.
+    EXPECT_TRUE(redial->isCheckable());
+    EXPECT_FALSE(redial->isChecked());
+    redial->setChecked(true);
+    host->waitForIdle();
+    EXPECT_TRUE(UserDefaults::getConf(QStringLiteral("autoRedial")));
+
+    diagnostics->trigger();
+    auto *page = delegate.window()->findChild<DiagnosticsDialog *>();
+    ASSERT_NE(page, nullptr);
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return page->text().contains(QStringLiteral("\"redial\"")); }, 5000));
+    EXPECT_TRUE(page->text().contains(QStringLiteral("\"enabled\": true")));
+    for (QPushButton *b : page->findChildren<QPushButton *>())
+        if (b->text() == QStringLiteral("复制诊断信息"))
+            b->click();
+    EXPECT_EQ(QApplication::clipboard()->text(), page->text());
+    page->close();
+    redial->setChecked(false);
 }
 
 } // namespace

@@ -7,6 +7,8 @@ CliCommand connectCommand();
 CliCommand dialNameCommand();
 CliCommand dynPwdCommand();
 CliCommand qrCommand();
+CliCommand statusCommand();
+CliCommand tokenCommand();
 CliCommand updateCommand();
 CliCommand versionCommand();
 
@@ -20,6 +22,8 @@ const std::vector<CliCommand> &cliCommands()
         dialNameCommand(),
         dynPwdCommand(),
         qrCommand(),
+        statusCommand(),
+        tokenCommand(),
         updateCommand(),
         versionCommand(),
     };

@@ -27,6 +27,9 @@ struct SimOptions
     bool ephemeralPorts = false;
     // Ports of services that have no address in the configuration (the access concentrator).
     std::map<QString, quint16> ports;
+    // How far the provider's clock is ahead of this machine's (negative: behind), seconds:
+    // the Date header of the HTTP servers and the access concentrator's time window follow it.
+    qint64 clockOffsetSecs = 0;
 
     quint16 portOf(const QString &service, quint16 fallback) const
     {

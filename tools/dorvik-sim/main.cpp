@@ -53,6 +53,9 @@ int main(int argc, char **argv)
     parser.addOption({QStringLiteral("only"), QStringLiteral("Start only these services (comma-separated)"),
                       QStringLiteral("list")});
     parser.addOption({QStringLiteral("list"), QStringLiteral("List the services and exit")});
+    parser.addOption({QStringLiteral("clock-offset"),
+                      QStringLiteral("Move the provider's clock (Date headers, dial-name time window) by minutes"),
+                      QStringLiteral("minutes")});
     parser.process(app);
 
     if (parser.isSet(QStringLiteral("list"))) {
@@ -110,6 +113,15 @@ int main(int argc, char **argv)
             return 2;
         }
         options.ports[p.left(eq)] = static_cast<quint16>(port);
+    }
+    if (parser.isSet(QStringLiteral("clock-offset"))) {
+        bool ok = false;
+        const qint64 minutes = parser.value(QStringLiteral("clock-offset")).toLongLong(&ok);
+        if (!ok || minutes < -100000 || minutes > 100000) {
+            std::fprintf(stderr, "dorvik-sim: --clock-offset wants a whole number of minutes\n");
+            return 2;
+        }
+        options.clockOffsetSecs = minutes * 60;
     }
     const QStringList only = parser.value(QStringLiteral("only")).split(QLatin1Char(','), Qt::SkipEmptyParts);
 

@@ -18,6 +18,23 @@ std::shared_ptr<Connection> asConnection(const NetworkConnectionRef &ref)
 
 } // namespace
 
+LinkEnd NMObjects::linkEndFor(uint activeReason, bool wasUp, bool stopRequested)
+{
+    const QString text = NMBus::activeReasonText(activeReason);
+    // 2: disconnected by the user (our DeactivateConnection or someone's nmcli).
+    if (stopRequested || activeReason == 2)
+        return {LinkEndCause::UserRequested, text};
+    // 9: no secrets, 10: log-in failed: the access server turned the dial name down.
+    if (activeReason == 9 || activeReason == 10)
+        return {LinkEndCause::Refused, text};
+    // Once up, the PPP session only ends under us when the line or the peer ends it: carrier
+    // lost, the access concentrator's PADT, LCP echo requests unanswered (pppd gives up and NM
+    // reports the device disconnected, 3), or the device or its parent vanished (12-14).
+    if (wasUp)
+        return {LinkEndCause::Dropped, text};
+    return {LinkEndCause::Failed, text};
+}
+
 QString NMPlatform::Private::activePathFor(const QString &uuid)
 {
     const auto list = NMBus::property(NMBus::Path, NMBus::Interface, QStringLiteral("ActiveConnections"));
@@ -48,6 +65,7 @@ void NMPlatform::Private::stateChanged(const std::shared_ptr<Connection> &conn, 
         agent.forget(conn->uuid); // pppd has it; nothing needs it any more
     } else if (state == NMBus::ActiveDeactivated) {
         agent.forget(conn->uuid);
+        conn->end = linkEndFor(reason, conn->connectTime.has_value(), conn->stopRequested);
         DVLOG() << "PPPoE link " << conn->uuid << " is down: " << NMBus::activeReasonText(reason) << " (reason "
                 << reason << ")";
     }
@@ -164,6 +182,8 @@ bool NMPlatform::networkConnectionStart(const NetworkConnectionRef &ref, const Q
     conn->activePath = NMBus::toPath(activated.first());
     conn->lastReported = NetworkConnectionInvalid - 1;
     conn->connectTime.reset();
+    conn->stopRequested = false;
+    conn->end = {};
     // The first report: where the link stands now (normally connecting). Later changes come
     // from the signal; a change already reported is not reported twice.
     const auto state = NMBus::property(conn->activePath, NMBus::ActiveInterface, QStringLiteral("State"));
@@ -185,11 +205,18 @@ bool NMPlatform::networkConnectionStop(const NetworkConnectionRef &ref, bool)
         path = d->activePathFor(conn->uuid);
     if (path.isEmpty())
         return d->fail(NotActive, QStringLiteral("the link is not up"));
+    conn->stopRequested = true;
     const NMBus::Reply r = NMBus::call(NMBus::Path, NMBus::Interface, QStringLiteral("DeactivateConnection"),
                                        {QVariant::fromValue(QDBusObjectPath(path))});
     if (!r.ok())
         return d->fail(Failed, QStringLiteral("NetworkManager did not stop the link: ") + r.errorText());
     return true;
+}
+
+LinkEnd NMPlatform::networkConnectionCopyEndReason(const NetworkConnectionRef &ref)
+{
+    const auto conn = asConnection(ref);
+    return conn ? conn->end : LinkEnd{};
 }
 
 std::optional<QVariantMap> NMPlatform::networkConnectionCopyExtendedStatus(const NetworkConnectionRef &ref)

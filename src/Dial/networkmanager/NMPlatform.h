@@ -72,6 +72,7 @@ public:
                                 bool linger) override;
     bool networkConnectionStop(const NetworkConnectionRef &connection, bool forceDisconnect) override;
     std::optional<QVariantMap> networkConnectionCopyExtendedStatus(const NetworkConnectionRef &connection) override;
+    LinkEnd networkConnectionCopyEndReason(const NetworkConnectionRef &connection) override;
 
     DynamicStoreRef dynamicStoreCreate(const QString &name) override;
     std::optional<QVariantMap> dynamicStoreCopyValue(const DynamicStoreRef &store, const QString &key) override;

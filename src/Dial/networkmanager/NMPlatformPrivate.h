@@ -74,6 +74,8 @@ struct Connection : PlatformObject
     QString activePath;            // the active connection of the last start
     int lastReported = NetworkConnectionInvalid - 1;
     std::optional<qint64> connectTime; // uptime seconds when this start's link came up
+    bool stopRequested = false;        // we asked NetworkManager to take this start down
+    LinkEnd end;                       // why this start's link last went down
 };
 
 // NetworkManager's settings of one PPPoE profile of ours.
@@ -83,6 +85,9 @@ NMSettingsMap profileSettings(const QString &id, const QString &uuid, const QStr
 QString pppInterfaceName(const QString &name);
 // Platform status for an active connection state.
 int statusForActiveState(uint state);
+// Why a link ended, from NetworkManager's reason for deactivating its active connection
+// (NMActiveConnectionStateReason), whether it had come up, and whether we asked for it.
+LinkEnd linkEndFor(uint activeReason, bool wasUp, bool stopRequested);
 
 // The handle as the object type it should be; null for any other.
 template<typename T> std::shared_ptr<T> as(const std::shared_ptr<PlatformObject> &ref)

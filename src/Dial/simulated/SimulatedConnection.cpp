@@ -79,7 +79,7 @@ bool SimulatedPlatform::networkConnectionStart(const NetworkConnectionRef &conne
             return;
         if (!state->linkActive[parent]) {
             DVLOG() << "simulated PPPoE: no access concentrator answered on " << parent << " (link down)";
-            state->setStatus(l, NetworkConnectionDisconnected);
+            state->endLink(l, {LinkEndCause::Failed, QStringLiteral("no access concentrator answered")});
             return;
         }
         // The verdict may come from any thread: bring it back to the link's thread.
@@ -95,7 +95,7 @@ bool SimulatedPlatform::networkConnectionStart(const NetworkConnectionRef &conne
                     return;
                 if (!accepted) {
                     DVLOG() << "simulated PPPoE: authentication refused: " << reason;
-                    s->setStatus(lk, NetworkConnectionDisconnected);
+                    s->endLink(lk, {LinkEndCause::Refused, reason});
                     return;
                 }
                 std::weak_ptr<State> ws = s;
@@ -131,9 +131,15 @@ bool SimulatedPlatform::networkConnectionStop(const NetworkConnectionRef &connec
     std::weak_ptr<State> weakState = _state;
     _state->later(link, attempt, [weakState](const std::shared_ptr<SimLink> &l) {
         if (const auto s = weakState.lock())
-            s->setStatus(l, NetworkConnectionDisconnected);
+            s->endLink(l, {LinkEndCause::UserRequested, QStringLiteral("hung up on request")});
     });
     return true;
+}
+
+LinkEnd SimulatedPlatform::networkConnectionCopyEndReason(const NetworkConnectionRef &connection)
+{
+    const auto c = std::dynamic_pointer_cast<SimConnection>(connection);
+    return c ? c->link->end : LinkEnd{};
 }
 
 std::optional<QVariantMap>

@@ -79,12 +79,27 @@ void SimulatedPlatform::setAuthHook(SimulatedAuthHook hook)
 void SimulatedPlatform::setLinkActive(const QString &bsdName, bool active)
 {
     _state->linkActive[bsdName] = active;
+    if (active)
+        return;
+    for (const auto &service : _state->services) {
+        if (service->iface && service->iface->child && service->iface->child->bsdName == bsdName)
+            _state->dropLink(service->link, {LinkEndCause::Dropped, QStringLiteral("carrier lost")});
+    }
 }
 
 void SimulatedPlatform::peerHangUp()
 {
     for (const auto &service : _state->services) {
         if (service->link->status == NetworkConnectionConnected)
+            _state->dropLink(service->link);
+    }
+}
+
+void SimulatedPlatform::peerHangUpOn(const QString &bsdName)
+{
+    for (const auto &service : _state->services) {
+        if (service->link->status == NetworkConnectionConnected && service->iface && service->iface->child
+            && service->iface->child->bsdName == bsdName)
             _state->dropLink(service->link);
     }
 }

@@ -71,6 +71,8 @@ public:
     void setLinkActive(const QString &bsdName, bool active);
     // The peer ends every connected link (as a server-side termination would).
     void peerHangUp();
+    // The peer ends the connected link on `bsdName`'s PPP service, if any.
+    void peerHangUpOn(const QString &bsdName);
     // How many services the store holds, and how many are named `name`.
     int serviceCount() const;
     int serviceCountNamed(const QString &name) const;
@@ -122,6 +124,7 @@ public:
                                 bool linger) override;
     bool networkConnectionStop(const NetworkConnectionRef &connection, bool forceDisconnect) override;
     std::optional<QVariantMap> networkConnectionCopyExtendedStatus(const NetworkConnectionRef &connection) override;
+    LinkEnd networkConnectionCopyEndReason(const NetworkConnectionRef &connection) override;
 
     DynamicStoreRef dynamicStoreCreate(const QString &name) override;
     std::optional<QVariantMap> dynamicStoreCopyValue(const DynamicStoreRef &store, const QString &key) override;

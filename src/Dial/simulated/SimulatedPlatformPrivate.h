@@ -36,6 +36,7 @@ struct SimLink
     int status = NetworkConnectionDisconnected;
     qint64 connectTime = 0;
     quint64 attempt = 0;
+    LinkEnd end;                        // why the link last went down
     std::unique_ptr<QObject> timerHost; // lives on the thread that started the link
     std::vector<std::weak_ptr<SimConnection>> watchers;
 };
@@ -141,11 +142,18 @@ struct SimulatedPlatform::State
         });
     }
 
-    void dropLink(const std::shared_ptr<SimLink> &link)
+    void dropLink(const std::shared_ptr<SimLink> &link,
+                  LinkEnd why = {LinkEndCause::Dropped, QStringLiteral("the peer hung up")})
     {
         if (link->status == NetworkConnectionDisconnected)
             return;
         ++link->attempt;
+        endLink(link, std::move(why));
+    }
+
+    void endLink(const std::shared_ptr<SimLink> &link, LinkEnd why)
+    {
+        link->end = std::move(why);
         setStatus(link, NetworkConnectionDisconnected);
     }
 };

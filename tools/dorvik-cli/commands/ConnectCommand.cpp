@@ -42,7 +42,7 @@ int runConnect(const QStringList &args)
 CliCommand connectCommand()
 {
     return {QStringLiteral("connect"),
-            QStringLiteral("connect --user U --password-stdin [--interface NAME] [--area A] [--config FILE] "
-                           "[--backend networkmanager|simulated] [--ac URL]"),
+            QStringLiteral("connect --user U --password-stdin [--interface NAME] [--redial] [--area A] [--config FILE] "
+                           "[--backend networkmanager|simulated] [--ac URL] [--heartbeat-scale N]"),
             runConnect};
 }

@@ -3,15 +3,17 @@
 #include "CliCommand.h"
 #include "UnixSignals.h"
 
+#include "App/ClockGuard.h"
 #include "App/ConnectionSetup.h"
+#include "App/DorvikBus.h"
 #include "App/LoginInput.h"
 #include "Bcom/BcomData.h"
 #include "Business/BubbleCenter.h"
 #include "Conf/Conf.h"
 #include "Conf/UIConf.h"
-#include "Dial/PPPoEPlatformFactory.h"
-#include "Dial/simulated/SimulatedPlatform.h"
 #include "Util/DVNotification.h"
+#include "Util/Log.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -58,33 +60,22 @@ ConnectSession::ConnectSession(Settings settings)
 
 void ConnectSession::addOptions(QCommandLineParser &parser)
 {
+    ConnectionSetup::addOptions(parser);
     parser.addOption(
         {QStringLiteral("interface"), QStringLiteral("kernel name of the interface"), QStringLiteral("name")});
-    parser.addOption({QStringLiteral("area"), QStringLiteral("area code"), QStringLiteral("code")});
-    parser.addOption({QStringLiteral("config"), QStringLiteral("configuration file to try"), QStringLiteral("file")});
-    parser.addOption({QStringLiteral("backend"), QStringLiteral("networkmanager | simulated"), QStringLiteral("name")});
-    parser.addOption({QStringLiteral("ac"), QStringLiteral("simulated access concentrator (simulated back-end)"),
-                      QStringLiteral("url"), QStringLiteral("http://127.0.0.1:18087/pppoe/auth")});
-    parser.addOption({QStringLiteral("heartbeat-scale"),
-                      QStringLiteral("divide heartbeat pauses by this factor (demos and tests)"), QStringLiteral("n")});
+    parser.addOption(
+        {QStringLiteral("redial"), QStringLiteral("dial again, with a fresh dial name, when the link drops")});
 }
 
 std::optional<ConnectSession::Settings> ConnectSession::settingsFrom(const QCommandLineParser &parser, QString *error)
 {
+    const auto common = ConnectionSetup::settingsFrom(parser, error);
+    if (!common)
+        return std::nullopt;
     Settings settings;
+    static_cast<ConnectionSetup::Settings &>(settings) = *common;
     settings.interfaceName = parser.value(QStringLiteral("interface"));
-    settings.area = parser.value(QStringLiteral("area"));
-    settings.configPath = parser.value(QStringLiteral("config"));
-    settings.backend = parser.value(QStringLiteral("backend"));
-    settings.accessConcentrator = QUrl(parser.value(QStringLiteral("ac")));
-    if (parser.isSet(QStringLiteral("heartbeat-scale"))) {
-        bool ok = false;
-        settings.heartbeatScale = parser.value(QStringLiteral("heartbeat-scale")).toInt(&ok);
-        if (!ok || settings.heartbeatScale < 1) {
-            *error = QStringLiteral("--heartbeat-scale wants a whole number of at least 1");
-            return std::nullopt;
-        }
-    }
+    settings.redial = parser.isSet(QStringLiteral("redial"));
     return settings;
 }
 
@@ -97,29 +88,6 @@ ConnectSession::~ConnectSession()
     }
     if (_smsToken)
         DVNotificationCenter::defaultCenter().removeObserver(_smsToken);
-}
-
-bool ConnectSession::loadConfiguration()
-{
-    if (!_settings.configPath.isEmpty()) {
-        QString error;
-        auto conf = Conf::fromFile(_settings.configPath, &error);
-        if (!conf) {
-            Cli::err(QStringLiteral("dorvik-cli connect: %1: %2").arg(_settings.configPath, error));
-            return false;
-        }
-        Conf::setShared(std::move(conf));
-    }
-    if (!Conf::shared()) {
-        Cli::err(
-            QStringLiteral("dorvik-cli connect: the configuration %1 could not be read").arg(Conf::systemConfigPath()));
-        return false;
-    }
-    if (_settings.area.isEmpty())
-        Conf::restoreArea();
-    else
-        UIConf::shared().setArea(_settings.area);
-    return true;
 }
 
 std::optional<quint64> ConnectSession::chooseInterface()
@@ -156,23 +124,14 @@ int ConnectSession::run()
         Cli::err(QStringLiteral("dorvik-cli connect: ") + *refusal);
         return 2;
     }
-    if (!loadConfiguration())
+    QString setupError;
+    if (!ConnectionSetup::loadConfiguration(_settings, &setupError)) {
+        Cli::err(QStringLiteral("dorvik-cli connect: ") + setupError);
         return 1;
-
-    auto platform = _settings.makePlatform ? _settings.makePlatform() : PPPoEPlatformFactory::create(_settings.backend);
-    if (!platform) {
-        Cli::err(QStringLiteral("dorvik-cli connect: unknown back-end '%1' (have: %2)")
-                     .arg(_settings.backend, PPPoEPlatformFactory::availableNames().join(QStringLiteral(", "))));
-        return 2;
-    }
-    if (auto *simulated = dynamic_cast<SimulatedPlatform *>(platform.get())) {
-        // The simulated link asks the simulated access concentrator, as pppd would ask the
-        // provider's access server.
-        simulated->setAuthHook(
-            ConnectionSetup::accessConcentratorHook(_settings.accessConcentrator, [this] { return _dialMac; }));
     }
 
     DVApp::Options options;
+    options.onRedial = [this](const RedialSupervisor::Report &report) { onRedial(report); };
     options.onHeartbeatExchange = [](const BcomExchange &x) {
         json line = {{"event", "heartbeat"},
                      {"sent", x.sent.type.toStdString()},
@@ -186,11 +145,13 @@ int ConnectSession::run()
         line["continues"] = x.continues;
         emitLine(line);
     };
-    if (_settings.heartbeatScale > 1) {
-        const int scale = _settings.heartbeatScale;
-        options.heartbeatWaits = [scale](qint32 seconds) { return qint64(seconds) * 1000 / scale; };
+    _app = ConnectionSetup::makeApp(_settings, options, &setupError,
+                                    _settings.makePlatform ? _settings.makePlatform() : nullptr);
+    if (!_app) {
+        Cli::err(QStringLiteral("dorvik-cli connect: ") + setupError);
+        return 2;
     }
-    _app = std::make_unique<DVApp>(std::make_unique<PPPoE>(std::move(platform)), options);
+    _app->setRedialEnabled(_settings.redial);
     connect(_app.get(), &DVApp::dialStateChanged, this, &ConnectSession::onState);
     connect(_app->bubbleCenter(), &BubbleCenter::presenting, this, [](const UserNotification &n) {
         json line = {{"event", "bubble"},
@@ -227,8 +188,10 @@ int ConnectSession::run()
     const auto index = chooseInterface();
     if (!index)
         return 1;
-    if (const auto chosen = _app->pppoe()->interfaceAtIndex(*index))
-        _dialMac = chosen->_macAddress;
+    if (const auto chosen = _app->pppoe()->interfaceAtIndex(*index); chosen && interfaceHeldElsewhere(chosen->_bsdName))
+        return kExitInterfaceHeld;
+    publishOnBus();
+    checkClock();
 
     UnixSignals signals({SIGINT, SIGTERM});
     connect(&signals, &UnixSignals::received, this, [this] { hangUp(); });
@@ -248,12 +211,7 @@ int ConnectSession::run()
         QCoreApplication::exec();
         return finish(1);
     }
-    emitLine({{"event", "dial"},
-              {"user", _settings.user.toStdString()},
-              {"dialName", _app->pin().toStdString()},
-              {"time", _app->dialTime()},
-              {"interface", _app->dialInterface() ? _app->dialInterface()->_bsdName.toStdString() : std::string()},
-              {"area", Conf::area().toStdString()}});
+    emitDialLine();
 
     // A link that neither comes up nor ends is given up on: the client never waits forever.
     QTimer::singleShot(_settings.connectTimeoutMs, this, [this] {
@@ -270,6 +228,89 @@ int ConnectSession::run()
     return finish(_exitCode);
 }
 
+bool ConnectSession::interfaceHeldElsewhere(const QString &bsdName)
+{
+    // The windowed program answers at once; no answer in time means it holds nothing we know.
+    if (!DorvikBus::isRunning(DorvikBusService::AppName))
+        return false;
+    QString error;
+    const auto held = DorvikBus::call(DorvikBusService::AppName, QStringLiteral("HeldInterface"), 3000, &error);
+    if (!held) {
+        DVLOG() << "cannot ask the windowed program which interface it holds: " << error;
+        return false;
+    }
+    if (*held != bsdName)
+        return false;
+    const QString text =
+        QStringLiteral("窗口程序 dorvik 正在 %1 上保持连接，不能在同一网卡上再次拨号。请先在窗口中断开连接。")
+            .arg(bsdName);
+    emitLine({{"event", "error"},
+              {"error", {{"description", text.toStdString()}, {"reason", "interface held by the windowed program"}}}});
+    Cli::err(QStringLiteral("dorvik-cli connect: ") + text);
+    return true;
+}
+
+void ConnectSession::publishOnBus()
+{
+    DorvikBusService::Handlers handlers;
+    handlers.status = [this](std::function<void(const QString &)> reply) {
+        reply(QString::fromStdString(_app->diagnostics().dump()));
+    };
+    handlers.token = [this](std::function<void(const QString &)> reply) {
+        _app->requestToken([reply](const json &answer) { reply(QString::fromStdString(answer.dump())); });
+    };
+    handlers.heldInterface = [this](std::function<void(const QString &)> reply) { reply(_app->heldInterface()); };
+    _bus = std::make_unique<DorvikBusService>(handlers);
+    QString error;
+    const QString name = DorvikBusService::CliPrefix + QStringLiteral("p%1").arg(QCoreApplication::applicationPid());
+    if (!_bus->publish(name, &error)) {
+        DVLOG() << "dorvik-cli status will not reach this connection: " << error;
+        _bus.reset();
+    }
+}
+
+void ConnectSession::checkClock()
+{
+    const ClockCheck check =
+        ClockGuard::checkBlocking(ClockGuard::providerUrls(), Clock::system(), DVApp::timeBasedRule(), 2000);
+    _app->setClockCheck(check.toJson());
+    json line = check.toJson();
+    line["event"] = "clock";
+    emitLine(line);
+    if (check.warn)
+        Cli::err(QStringLiteral("dorvik-cli connect: ") + check.message);
+}
+
+void ConnectSession::onRedial(const RedialSupervisor::Report &report)
+{
+    json line = {{"event", "redial"}, {"action", report.event.toStdString()}, {"attempt", report.attempt}};
+    if (report.delayMs)
+        line["delayMs"] = report.delayMs;
+    if (!report.cause.isEmpty())
+        line["cause"] = report.cause.toStdString();
+    if (!report.message.isEmpty())
+        line["message"] = report.message.toStdString();
+    emitLine(line);
+    if (report.event == QLatin1String("dialed"))
+        emitDialLine();
+    if (report.event == QLatin1String("stopped")) {
+        Cli::err(QStringLiteral("dorvik-cli connect: ") + report.message);
+        _failed = true;
+        QCoreApplication::quit();
+        _exitCode = 1;
+    }
+}
+
+void ConnectSession::emitDialLine()
+{
+    emitLine({{"event", "dial"},
+              {"user", _settings.user.toStdString()},
+              {"dialName", _app->pin().toStdString()},
+              {"time", _app->dialTime()},
+              {"interface", _app->dialInterface() ? _app->dialInterface()->_bsdName.toStdString() : std::string()},
+              {"area", Conf::area().toStdString()}});
+}
+
 int ConnectSession::finish(int exitCode)
 {
     _app.reset(); // cancels and waits for the connection's tasks
@@ -283,8 +324,16 @@ void ConnectSession::onState(qint64 state)
         _everConnected = true;
         line["ip"] = _app->pppoe()->getIP().value_or(QString()).toStdString();
     }
+    const json end = state == DVDialStateDisconnected ? _app->diagnostics()["lastLinkEnd"] : json();
+    if (!end.is_null())
+        line["cause"] = end["cause"];
     emitLine(line);
     if (state == DVDialStateDisconnected) {
+        if (end["cause"] == "refused" && DVApp::timeBasedRule())
+            emitLine({{"event", "hint"}, {"text", ClockGuard::refusalHint().toStdString()}});
+        // The supervisor dials again: the session goes on.
+        if (!_hangingUp && _app->redial().nextAttemptAtMs())
+            return;
         // Hung up on request: a clean end. Dropped, refused, failed start or failed
         // verification: a failure.
         _exitCode = _hangingUp && !_failed ? 0 : 1;
@@ -337,15 +386,12 @@ void ConnectSession::askForSmsCode(quint64 timeoutSeconds)
         std::lock_guard<std::mutex> lock(reader->mutex);
         if (!reader->receiver)
             return;
-        QMetaObject::invokeMethod(
-            reader->receiver,
-            [code] {
-                SMSVerifyFromUINotificationInfo reply;
-                reply.code = code;
-                DVNotificationCenter::defaultCenter().postNotificationName(
-                    DVNotification::DVNotificationNameSMSVerifyFromUI,
-                    {{DVNotification::NotificationInfoKeySMSVerifyFromUI, reply}});
-            },
-            Qt::QueuedConnection);
+        ThreadHandoff::post(reader->receiver, [code] {
+            SMSVerifyFromUINotificationInfo reply;
+            reply.code = code;
+            DVNotificationCenter::defaultCenter().postNotificationName(
+                DVNotification::DVNotificationNameSMSVerifyFromUI,
+                {{DVNotification::NotificationInfoKeySMSVerifyFromUI, reply}});
+        });
     }).detach();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "App/ConnectionSetup.h"
 #include "App/DVApp.h"
 
 #include <QObject>
@@ -19,15 +20,12 @@ class ConnectSession : public QObject
 {
     Q_OBJECT
 public:
-    struct Settings
+    // The options every program that dials shares, plus those of a headless connection.
+    struct Settings : ConnectionSetup::Settings
     {
         QString user;
         QString interfaceName; // empty: the remembered interface, else the first active one
-        QString area;          // empty: the area chosen earlier
-        QString configPath;    // empty: the shipped configuration
-        QString backend;       // empty: this build's default
-        QUrl accessConcentrator;
-        int heartbeatScale = 1;
+        bool redial = false;   // dial again after a drop (--redial)
         // Given by another log-in (a QR-code scan); otherwise the first line of stdin.
         std::optional<QString> password;
         // How long a dial may take to come up before the client gives up and hangs up.
@@ -36,7 +34,8 @@ public:
         std::function<std::unique_ptr<PPPoEPlatform>()> makePlatform;
     };
 
-    // The connection options shared by the commands that dial ("connect", "qr").
+    // The connection options shared by the commands that dial ("connect", "qr"): those of
+    // ConnectionSetup, --interface and --redial.
     static void addOptions(QCommandLineParser &parser);
     // Settings from parsed options; nullopt with `error` set when a value is unusable.
     static std::optional<Settings> settingsFrom(const QCommandLineParser &parser, QString *error);
@@ -47,9 +46,16 @@ public:
     // Runs until the link is down again; the process exit code.
     int run();
 
+    // Exit code when the windowed program holds a connection on the chosen interface.
+    static constexpr int kExitInterfaceHeld = 3;
+
 private:
-    bool loadConfiguration();
     std::optional<quint64> chooseInterface();
+    bool interfaceHeldElsewhere(const QString &bsdName);
+    void publishOnBus();
+    void checkClock();
+    void onRedial(const RedialSupervisor::Report &report);
+    void emitDialLine();
     void onState(qint64 state);
     void hangUp();
     void askForSmsCode(quint64 timeoutSeconds);
@@ -66,11 +72,11 @@ private:
 
     Settings _settings;
     std::unique_ptr<DVApp> _app;
-    QString _dialMac;
     bool _everConnected = false;
     bool _hangingUp = false;
     bool _failed = false; // the session ends because a check failed
     int _exitCode = 0;
     quint64 _smsToken = 0;
     std::shared_ptr<SmsReader> _smsReader;
+    std::unique_ptr<class DorvikBusService> _bus;
 };

@@ -1,5 +1,7 @@
 #include "AccessConcentrator.h"
 
+#include "SimClock.h"
+
 #include "AccountRule/DVAccountRule.h"
 #include "AccountRule/DVRuleException.h"
 
@@ -23,6 +25,7 @@ bool AccessConcentrator::start(const SimOptions &options)
 {
     _options = options;
     _server = std::make_unique<QHttpServer>();
+    SimClock::stampDate(*_server, &_options);
     _server->route(
         QStringLiteral("/pppoe/auth"), QHttpServerRequest::Method::Post, [this](const QHttpServerRequest &request) {
             const QByteArray raw = request.body();
@@ -40,7 +43,7 @@ bool AccessConcentrator::start(const SimOptions &options)
             QString reason;
             const auto area = authenticate(QString::fromStdString(body["dialName"].get<std::string>()),
                                            QString::fromStdString(body["password"].get<std::string>()), mac,
-                                           QDateTime::currentSecsSinceEpoch(), &reason);
+                                           SimClock::nowSecs(_options), &reason);
             if (!area) {
                 ++_refused;
                 return QHttpServerResponse(QByteArrayLiteral("application/json"),
@@ -48,8 +51,12 @@ bool AccessConcentrator::start(const SimOptions &options)
                                            QHttpServerResponse::StatusCode::Forbidden);
             }
             ++_accepted;
-            return QHttpServerResponse(QByteArrayLiteral("application/json"),
-                                       reply({{"accepted", true}, {"area", area->toStdString()}}));
+            json answer = {{"accepted", true}, {"area", area->toStdString()}};
+            if (const auto drop = dropScenario()) {
+                answer["sessionSeconds"] = drop->first;
+                ++_dropped;
+            }
+            return QHttpServerResponse(QByteArrayLiteral("application/json"), reply(answer));
         });
     const quint16 wanted = _options.portOf(QStringLiteral("ac"), 18087);
     _port = _server->listen(QHostAddress::LocalHost, wanted);
@@ -65,6 +72,10 @@ std::optional<QString> AccessConcentrator::authenticate(const QString &dialName,
 {
     if (_options.scenario(QStringLiteral("ac")) == QLatin1String("refuse-all")) {
         *reason = QStringLiteral("access server refuses every dial");
+        return std::nullopt;
+    }
+    if (const auto drop = dropScenario(); drop && _accepted >= drop->second) {
+        *reason = QStringLiteral("account locked after %1 sessions").arg(_accepted);
         return std::nullopt;
     }
     const json &rules = _options.config.contains("accountrule") ? _options.config.at("accountrule") : json();
@@ -114,7 +125,20 @@ std::optional<QString> AccessConcentrator::authenticate(const QString &dialName,
     return std::nullopt;
 }
 
+std::optional<std::pair<int, int>> AccessConcentrator::dropScenario() const
+{
+    const QStringList parts = _options.scenario(QStringLiteral("ac")).split(QLatin1Char(':'));
+    if (parts.size() != 3 || parts[0] != QLatin1String("drop"))
+        return std::nullopt;
+    bool okS = false, okK = false;
+    const int seconds = parts[1].toInt(&okS);
+    const int sessions = parts[2].toInt(&okK);
+    if (!okS || !okK || seconds < 1 || sessions < 0)
+        return std::nullopt;
+    return std::pair{seconds, sessions};
+}
+
 nlohmann::ordered_json AccessConcentrator::stats() const
 {
-    return {{"accepted", _accepted}, {"refused", _refused}, {"malformed", _malformed}};
+    return {{"accepted", _accepted}, {"refused", _refused}, {"malformed", _malformed}, {"droppedSessions", _dropped}};
 }

@@ -14,7 +14,12 @@
 //
 // A dial name is accepted only when it is what some area's account rule gives for a known
 // account (with the right password) at a moment within a few minutes of now; anything else
-// is refused. Scenario "refuse-all" refuses every dial.
+// is refused. Its time is the simulator's (see --clock-offset). Scenarios ("ac"):
+//   "refuse-all"   refuses every dial;
+//   "drop:S:K"     ends every session S seconds after it was accepted (the accepted answer says
+//                  {"sessionSeconds": S}, and the simulated link hangs up then, as a PADT would
+//                  end it), and after K accepted dials refuses every further one ("account
+//                  locked"): a link that drops and then cannot come back.
 class AccessConcentrator : public SimService
 {
     Q_OBJECT
@@ -31,10 +36,14 @@ public:
                                         qint64 now, QString *reason) const;
 
 private:
+    // "drop:S:K" as (S, K); nullopt for any other scenario.
+    std::optional<std::pair<int, int>> dropScenario() const;
+
     SimOptions _options;
     std::unique_ptr<QHttpServer> _server;
     quint16 _port = 0;
     int _accepted = 0;
     int _refused = 0;
     int _malformed = 0;
+    int _dropped = 0;
 };

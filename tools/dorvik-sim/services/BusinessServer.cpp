@@ -1,5 +1,7 @@
 #include "BusinessServer.h"
+
 #include "HostileJson.h"
+#include "SimClock.h"
 
 #include <QHttpServerResponse>
 #include <QTextStream>
@@ -72,6 +74,7 @@ bool BusinessServer::start(const SimOptions &options)
 {
     _options = options;
     _scenario = options.scenario(QStringLiteral("business"));
+    SimClock::stampDate(_http, &_options);
     const auto host = options.setting("business", "host", options.area);
 
     _http.route(QStringLiteral("/config.action"), QHttpServerRequest::Method::Post,

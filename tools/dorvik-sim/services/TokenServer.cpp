@@ -83,6 +83,8 @@ QHttpServerResponse TokenServer::handle(const QHttpServerRequest &request)
     const auto known = _options.accounts.find(account);
     if (known == _options.accounts.end() || DVUtils::md5OfString(known->second) != pwd)
         return refuse(1, "account or password wrong", Status::Ok);
+    if (_scenario == QLatin1String("refuse"))
+        return refuse(3, "token quota exceeded", Status::Ok);
 
     ordered_json answer;
     answer["code"] = 0;

@@ -14,7 +14,7 @@
 // {"code", "token", "redirect_uri", "message"}; code 0 means a token was issued.
 //
 // Fault scenarios ("token" scenario): "http500" (status 500 with a valid answer),
-// "no-message" (the answer lacks "message").
+// "no-message" (the answer lacks "message"), "refuse" (code 3, "token quota exceeded").
 class TokenServer : public SimService
 {
     Q_OBJECT
