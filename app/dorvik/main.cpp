@@ -3,6 +3,7 @@
 
 #include "AppDelegate.h"
 #include "FirstPaintProbe.h"
+#include "OnlinePage.h"
 #include "UnixSignals.h"
 #include "baseWindow.h"
 
@@ -42,6 +43,7 @@ int main(int argc, char **argv)
         parser.process(app);
         return 0;
     }
+    OnlinePage::prepareApplication();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("dorvik"));
     QApplication::setApplicationVersion(QStringLiteral(DORVIK_VERSION));
