@@ -4,8 +4,10 @@
 // The online run is the real main window over the simulated dialing back-end, connected to a
 // `dorvik-sim` child (heartbeat, business, access concentrator, SMS) on the demo ports
 // 18080-18087, so the heartbeat really runs. Each run is a child process of its own; it counts
-// the main thread's wake-ups (the event dispatcher's "awake"), the context switches of all its
-// threads (the kernel's counters) and its user + system CPU time over the measured window.
+// the dispatcher's "awake" signals of the main thread (several per wake-up), the main
+// thread's voluntary context switches (each one a block and a wake-up, the kernel's counter) and
+// the process's user + system CPU time over the measured window. With DORVIK_BENCH_TRACE set a
+// child also lists which objects got the main thread's timer and queued events.
 //
 //   bench_ui_online_idle [--seconds 60] [--web]      (--web: with the provider page)
 #include "App/ConnectionSetup.h"
@@ -26,6 +28,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <map>
 
 namespace {
 
@@ -36,18 +39,17 @@ struct Figures
     double cpuMs = 0;
 };
 
+// The main thread's voluntary context switches: each time it blocked waiting for something and
+// was woken again (the kernel's counter).
 qint64 contextSwitches()
 {
-    qint64 total = 0;
-    for (const QString &task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QFile status(QStringLiteral("/proc/self/task/%1/status").arg(task));
-        if (!status.open(QIODevice::ReadOnly))
-            continue;
-        for (const QByteArray &line : status.readAll().split('\n'))
-            if (line.contains("ctxt_switches:"))
-                total += line.split(':').value(1).trimmed().toLongLong();
-    }
-    return total;
+    QFile status(QStringLiteral("/proc/self/task/%1/status").arg(QCoreApplication::applicationPid()));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : status.readAll().split('\n'))
+        if (line.startsWith("voluntary_ctxt_switches:"))
+            return line.split(':').value(1).trimmed().toLongLong();
+    return 0;
 }
 
 double cpuMs()
@@ -66,6 +68,21 @@ void spin(int ms)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, int(ms - clock.elapsed()));
 }
 
+// With DORVIK_BENCH_TRACE set: which objects get the main thread's timer and posted events.
+class EventTrace : public QObject
+{
+public:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Timer || event->type() >= QEvent::User || event->type() == QEvent::MetaCall)
+            ++counts[QStringLiteral("%1 %2")
+                         .arg(QString::fromLatin1(watched->metaObject()->className()))
+                         .arg(int(event->type()))];
+        return false;
+    }
+    std::map<QString, int> counts;
+};
+
 // Waits, then counts for `seconds`.
 Figures measure(int seconds)
 {
@@ -74,10 +91,16 @@ Figures measure(int seconds)
     auto *dispatcher = QAbstractEventDispatcher::instance();
     const auto c = QObject::connect(dispatcher, &QAbstractEventDispatcher::awake, [&awake] { ++awake; });
     Figures start{0, contextSwitches(), cpuMs()};
+    EventTrace trace;
+    const bool tracing = !qEnvironmentVariableIsEmpty("DORVIK_BENCH_TRACE");
+    if (tracing)
+        qApp->installEventFilter(&trace);
     QEventLoop loop;
     QTimer::singleShot(seconds * 1000, &loop, &QEventLoop::quit);
     loop.exec();
     QObject::disconnect(c);
+    for (const auto &[what, n] : trace.counts)
+        std::fprintf(stderr, "%6d %s\n", n, qPrintable(what));
     return {awake, contextSwitches() - start.switches, cpuMs() - start.cpuMs};
 }
 
@@ -163,8 +186,8 @@ int main(int argc, char **argv)
 
     QCoreApplication app(argc, argv);
     std::printf("idle for %d s after a 3 s warm-up%s\n", seconds, web ? " (provider page shown)" : "");
-    std::printf("%-16s %14s %14s %14s %12s %12s\n", "program", "main wake-ups", "per second", "ctx switches", "CPU ms",
-                "CPU %");
+    std::printf("%-16s %14s %14s %14s %14s %12s %12s\n", "program", "awake signals", "per second", "main blocked",
+                "blocked/s", "CPU ms", "CPU %");
     for (const char *mode : {"--child-bare", "--child-online"}) {
         QProcess child;
         QStringList childArgs{QString::fromLatin1(mode), QStringLiteral("--seconds"), QString::number(seconds)};

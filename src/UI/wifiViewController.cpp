@@ -153,7 +153,10 @@ void wifiViewController::showGuideView()
         return;
     setTitleBarButtonsHidden(true);
     guide = new GuideView(this);
-    connect(guide, &GuideView::dismissed, this, [this] { setTitleBarButtonsHidden(false); });
+    connect(guide, &GuideView::dismissed, this, [this] {
+        guide = nullptr; // it deletes itself later
+        setTitleBarButtonsHidden(false);
+    });
     guide->show();
     guide->setFocus();
 }

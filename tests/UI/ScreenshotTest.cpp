@@ -53,7 +53,7 @@ QString shotDir()
 }
 
 // Captures the widget's window from the screen, saves it and checks that it is not blank.
-QImage shoot(QWidget *widget, const QString &name)
+QImage shoot(QWidget *widget, const QString &name, size_t minColours = 8)
 {
     QWidget *top = widget->window();
     waitFor([] { return false; }, 300); // let the window be mapped and painted
@@ -65,7 +65,7 @@ QImage shoot(QWidget *widget, const QString &name)
     for (int y = 0; y < image.height(); y += 3)
         for (int x = 0; x < image.width(); x += 3)
             colours.insert(image.pixel(x, y));
-    EXPECT_GT(colours.size(), 8u) << name.toStdString() << " looks blank";
+    EXPECT_GT(colours.size(), minColours) << name.toStdString() << " looks blank";
     return image;
 }
 
@@ -210,7 +210,7 @@ TEST_F(Screenshots, OnlineViewAndItsDialogs)
     view->qrCodeButton()->click();
     ASSERT_NE(view->qrCodeDialog(), nullptr);
     view->qrCodeDialog()->move(300, 200);
-    shoot(view->qrCodeDialog(), QStringLiteral("12-qrcode-dialog"));
+    shoot(view->qrCodeDialog(), QStringLiteral("12-qrcode-dialog"), 2); // a black and white picture
     view->qrCodeDialog()->close();
 
     SMSVerifyToUINotificationInfo info;

@@ -92,16 +92,14 @@ bool BusinessServer::start(const SimOptions &options)
                 setConfigAnswer(answer);
             return BusinessSim::jsonResponse({{"ok", true}});
         });
-    _http.route(QStringLiteral("/tab"), [](const QHttpServerRequest &r) {
-        const QString area = r.query().queryItemValue(QStringLiteral("area"));
+    _http.route(QStringLiteral("/tab"), [this](const QHttpServerRequest &r) {
         return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"),
-                                   QStringLiteral("<html><body><h1>dorvik</h1><p>区域 %1</p></body></html>")
-                                       .arg(area.toHtmlEscaped())
-                                       .toUtf8());
+                                   adPage(r.query().queryItemValue(QStringLiteral("area"))).toUtf8());
     });
-    // The online view's page (the configuration's "tab" address).
+    // The online view's page: the configuration's "tab" address, until the configuration
+    // answer above names "/tab".
     _http.route(QStringLiteral("/ad/index.html"), [this] {
-        return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"), adPage().toUtf8());
+        return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"), adPage(_options.area).toUtf8());
     });
     _http.route(QStringLiteral("/notice"), [] {
         return QHttpServerResponse(
@@ -118,7 +116,7 @@ bool BusinessServer::start(const SimOptions &options)
     return true;
 }
 
-QString BusinessServer::adPage() const
+QString BusinessServer::adPage(const QString &area) const
 {
     return QStringLiteral(
                "<!DOCTYPE html><html lang=\"zh-CN\"><head><meta charset=\"utf-8\"><title>dorvik 宽带</title>"
@@ -132,7 +130,7 @@ QString BusinessServer::adPage() const
                "<p><a href=\"/notice\" target=\"_blank\">查看全部公告</a></p></section>"
                "<section><h2>套餐与服务</h2><p>校园 100M 光纤，每月 30 元。</p><p>客服电话：10000</p></section>"
                "</main></body></html>")
-        .arg(_options.area.toHtmlEscaped());
+        .arg(area.toHtmlEscaped());
 }
 
 QHttpServerResponse BusinessServer::handle(const QHttpServerRequest &request, bool config)
