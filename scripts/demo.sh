@@ -61,15 +61,18 @@ if [ "${1:-}" = "--scripted-windows" ]; then
   choice=$(window '网卡选择'); sleep 0.3
   xdotool key Return                              # the wired one
   for _ in $(seq 100); do                         # the window grows when online
-    [ "$(xdotool getwindowgeometry "$main" | awk '/Geometry/ {print $2}')" = "900x610" ] && break
-    sleep 0.1
+    [ "$(xdotool getwindowgeometry "$main" 2>/dev/null | awk '/Geometry/ {print $2}')" = "900x610" ] && break
+    sleep 0.1; main=$(window '^dorvik$')
   done
-  sleep 1.5; shot "$main" 5-guide                 # a first online view shows the guide
-  sms=$(window '短信验证'); sleep 0.5              # the simulator asks for a text-message code
-  xdotool windowfocus --sync "$sms"; xdotool type --delay 40 1234
-  shot "$sms" 6-sms
-  xdotool type --delay 40 56; xdotool key Return  # 123456: the code the simulator sent
-  sleep 0.5
+  # A first online view shows the guide; hiding the title-bar buttons re-creates the window.
+  sleep 1.5; main=$(window '^dorvik$'); shot "$main" 5-guide
+  # The simulator asks for a text-message code: 123456.
+  if sms=$(window '短信验证'); then
+    sleep 0.5; xdotool windowfocus --sync "$sms"; xdotool type --delay 40 1234
+    shot "$sms" 6-sms
+    xdotool type --delay 40 56; xdotool key Return
+    sleep 0.5
+  fi
   main=$(window '^dorvik$')                       # the guide re-created the window
   xdotool mousemove --window "$main" 450 300 click 1   # a click dismisses the guide
   sleep 3; main=$(window '^dorvik$')              # (re-created again with its buttons back)

@@ -202,8 +202,9 @@ int main(int argc, char **argv)
             return 1;
         }
         const double awake = f[0].toDouble(), cpu = f[2].toDouble();
-        std::printf("%-16s %14.0f %14.2f %14s %12.1f %12.3f\n", mode + 8, awake, awake / seconds, f[1].constData(), cpu,
-                    cpu / (seconds * 10.0));
+        const double blocked = f[1].toDouble();
+        std::printf("%-16s %14.0f %14.2f %14.0f %14.2f %12.1f %12.3f\n", mode + 8, awake, awake / seconds, blocked,
+                    blocked / seconds, cpu, cpu / (seconds * 10.0));
     }
     return 0;
 }

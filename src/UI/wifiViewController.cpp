@@ -11,6 +11,7 @@
 #include "Util/UserDefaults.h"
 
 #include <QDesktopServices>
+#include <QDialog>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -175,13 +176,24 @@ void wifiViewController::setTitleBarButtonsHidden(bool hidden)
         flags = (flags & ~Qt::CustomizeWindowHint) | Qt::WindowCloseButtonHint | Qt::WindowMinimizeButtonHint;
     if (flags == top->windowFlags())
         return;
-    // New flags take effect on a re-created native window: show it again where it was.
+    // New flags take effect on a re-created native window, which hides it and the dialogs it
+    // holds (an SMS question may be open): show them all again where they were.
+    QList<QPointer<QDialog>> dialogs;
+    for (QDialog *dialog : top->findChildren<QDialog *>())
+        if (dialog->isVisible())
+            dialogs << dialog;
     const QPoint where = top->pos();
     top->setWindowFlags(flags);
     if (visible) {
         top->move(where);
         top->show();
     }
+    for (const QPointer<QDialog> &dialog : std::as_const(dialogs))
+        if (dialog) {
+            dialog->hide(); // lost its native window with its parent's; Qt still counts it shown
+            dialog->show();
+            dialog->raise();
+        }
 }
 
 void wifiViewController::onNotification(const DVNotificationMessage &message)
