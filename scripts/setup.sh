@@ -10,6 +10,8 @@ packages=(
   clang
   # libraries the client links
   qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev libqt6websockets6-dev
+  # the online view's web page (optional at build time, on when found)
+  qt6-webengine-dev
   nlohmann-json3-dev libssl-dev openssl libsecret-1-dev libglib2.0-dev libqrencode-dev
   # the update installer unpacks packages with libarchive
   libarchive-dev

@@ -3,11 +3,11 @@
 
 #include "AppDelegate.h"
 #include "FirstPaintProbe.h"
+#include "OnlinePage.h"
 #include "SessionInstance.h"
+#include "TrayIcon.h"
 #include "UnixSignals.h"
 #include "baseWindow.h"
-
-#include "TrayIcon.h"
 
 #include "App/ConnectionSetup.h"
 #include "App/DVAppHost.h"
@@ -64,6 +64,7 @@ int main(int argc, char **argv)
         parser.process(app);
         return 0;
     }
+    OnlinePage::prepareApplication();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("dorvik"));
     QApplication::setApplicationVersion(QStringLiteral(DORVIK_VERSION));

@@ -24,6 +24,12 @@ std::vector<MessageBox::Alert> &shownAlerts()
     return alerts;
 }
 
+std::function<void(const MessageBox::Alert &)> &showHook()
+{
+    static std::function<void(const MessageBox::Alert &)> hook;
+    return hook;
+}
+
 QMessageBox::Icon iconFor(MessageBox::Style style)
 {
     switch (style) {
@@ -44,6 +50,8 @@ int MessageBox::show(QWidget *parent, const Alert &alert)
     if (shownAlert.buttons.isEmpty())
         shownAlert.buttons << QStringLiteral("确定");
     shownAlerts().push_back(shownAlert);
+    if (showHook())
+        showHook()(shownAlert);
     const int buttonCount = int(shownAlert.buttons.size());
     const auto clamp = [buttonCount](int answer) { return answer < 0 || answer >= buttonCount ? 0 : answer; };
 
@@ -97,6 +105,11 @@ void MessageBox::setDefaultAnswer(std::optional<int> answer)
 const std::vector<MessageBox::Alert> &MessageBox::shown()
 {
     return shownAlerts();
+}
+
+void MessageBox::setShowHook(std::function<void(const Alert &)> hook)
+{
+    showHook() = std::move(hook);
 }
 
 void MessageBox::clearShown()

@@ -47,5 +47,8 @@ public:
     static void setDefaultAnswer(std::optional<int> answer);
     // Every alert shown (or answered) since the last clearShown().
     static const std::vector<Alert> &shown();
+    // Called with each alert as it is shown, before it is answered: a test looks at the state
+    // of the program at that moment. Empty to remove.
+    static void setShowHook(std::function<void(const Alert &)> hook);
     static void clearShown();
 };

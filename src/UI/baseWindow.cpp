@@ -1,7 +1,6 @@
 #include "baseWindow.h"
 
 #include "areaConfViewController.h"
-#include "wifiViewController.h"
 
 #include "App/DVAppHost.h"
 #include "Conf/Conf.h"
@@ -104,7 +103,7 @@ void baseWindow::showArea()
 
 void baseWindow::showOnline()
 {
-    setContent(new wifiViewController(_host, this), OnlineSize);
+    setContent(new wifiViewController(_host, _onlineOptions, this), OnlineSize);
 }
 
 void baseWindow::stateChange(const DVEventObjectPtr &object)

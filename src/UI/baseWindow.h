@@ -1,6 +1,7 @@
 #pragma once
 
 #include "logInViewController.h"
+#include "wifiViewController.h"
 
 #include "Util/DVEvent.h"
 
@@ -34,7 +35,11 @@ public:
     void showArea();
     void showOnline();
 
+    // How each new online view is made (tests record the browser and drive the countdowns).
+    void setOnlineOptions(wifiViewController::Options options) { _onlineOptions = std::move(options); }
+
     QWidget *currentView() const { return _currentView; }
+    wifiViewController *onlineView() const { return qobject_cast<wifiViewController *>(_currentView); }
     logInViewController *logInView() const { return qobject_cast<logInViewController *>(_currentView); }
 
 Q_SIGNALS:
@@ -50,6 +55,7 @@ private:
 
     DVAppHost *_host;
     LogInFactory _factory;
+    wifiViewController::Options _onlineOptions;
     QPointer<QWidget> _currentView;
     bool _firstLogIn = true;
 };

@@ -5,6 +5,7 @@
 #include "UiTestSupport.h"
 
 #include "AppDelegate.h"
+#include "SMSVerifyViewController.h"
 #include "netList.h"
 #include "tools/ToolProcess.h"
 #include "wifiViewController.h"
@@ -12,7 +13,9 @@
 #include "App/ConnectionSetup.h"
 #include "Conf/Conf.h"
 
+#include <QLabel>
 #include <QLineEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QTableWidget>
 #include <QTemporaryDir>
@@ -20,6 +23,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 
 using namespace UiTest;
@@ -85,6 +89,101 @@ TEST_F(DorvikEndToEnd, LogInThroughTheWindowThenDisconnect)
         if (l.value("event", "") == "stopped")
             stats = l.at("stats");
     EXPECT_EQ(stats["ac"]["accepted"], 1) << "the access concentrator checked the window's dial name";
+}
+
+// The provider asks for a text-message code once the link is up: the dialog opens while online,
+// the right code keeps the link, a wrong one or none ends it.
+TEST_F(DorvikEndToEnd, SmsCodeDialogDecidesTheLink)
+{
+    QTemporaryDir dir;
+    const json config = demoConfigOnFreePorts();
+    const quint16 ac = freeLocalPort();
+    const QString plain = dir.filePath(QStringLiteral("system.json"));
+    ASSERT_TRUE(writeJsonFile(plain, config));
+    ToolProcess sim{QStringLiteral(DORVIK_SIM)};
+    ASSERT_TRUE(
+        sim.start({QStringLiteral("--config"), plain, QStringLiteral("--area"), QStringLiteral("1001"),
+                   QStringLiteral("--port"), QStringLiteral("ac=%1").arg(ac), QStringLiteral("--only"),
+                   QStringLiteral("heart,business,ac,sms"), QStringLiteral("--scenario"), QStringLiteral("sms=code")}));
+    ASSERT_TRUE(sim.waitForLine([](const json &l) { return l.value("event", "") == "ready"; }, 20000))
+        << sim.standardError().toStdString();
+
+    Conf::setShared(Conf::fromJson(QByteArray::fromStdString(config.dump())));
+    ConnectionSetup::Settings settings;
+    settings.backend = QStringLiteral("simulated");
+    settings.area = QStringLiteral("1001");
+    settings.accessConcentrator = QUrl(QStringLiteral("http://127.0.0.1:%1/pppoe/auth").arg(ac));
+    settings.heartbeatScale = 20;
+    settings.simInterfaces = 1;
+    QString error;
+    ASSERT_TRUE(ConnectionSetup::loadConfiguration(settings, &error)) << error.toStdString();
+
+    // The verification's own verdict: a result without an error means the code was accepted.
+    std::atomic<int> accepted{0};
+    const auto token = DVNotificationCenter::defaultCenter().addObserverForName(
+        DVNotification::DVNotificationNameSMSVerifyToUI, nullptr, [&](const DVNotificationMessage &m) {
+            const auto *info =
+                m.payload<SMSVerifyToUINotificationInfo>(DVNotification::NotificationInfoKeySMSVerifyToUI);
+            if (info && !info->err)
+                ++accepted;
+        });
+    {
+        DVAppHost host([&] { return ConnectionSetup::makeApp(settings, &error); });
+        AppDelegate delegate(&host);
+        delegate.applicationDidFinishLaunching();
+        baseWindow *window = delegate.window();
+        window->setOnlineOptions(quietOnlineOptions());
+
+        const struct
+        {
+            const char *typed;
+            bool byHand; // closes the window instead of pressing Return
+            bool keepsLink;
+            const char *alert;
+        } cases[] = {
+            {"123456", false, true, ""},
+            {"654321", false, false, "验证码不正确"},
+            {"", true, false, "短信验证失败,客户端断开连接"},
+        };
+        for (const auto &c : cases) {
+            SCOPED_TRACE(c.typed);
+            MessageBox::clearShown();
+            const int acceptedBefore = accepted;
+            ASSERT_TRUE(
+                waitFor([&] { return window->logInView() && window->logInView()->connectButton()->isEnabled(); }));
+            window->logInView()->usernameField()->setText(QStringLiteral("demo"));
+            window->logInView()->passwordField()->setText(QStringLiteral("demo123"));
+            window->logInView()->connectButton()->click();
+            ASSERT_TRUE(waitFor([&] { return window->onlineView() && window->onlineView()->smsDialog(); }, 20000))
+                << sim.standardError().toStdString();
+            QPointer<SMSVerifyViewController> dialog = window->onlineView()->smsDialog();
+            EXPECT_EQ(dialog->label()->text(), QStringLiteral("验证码已发送到您的手机"));
+            QTest::keyClicks(dialog->checkCodeField(), QString::fromUtf8(c.typed));
+            if (c.byHand)
+                dialog->close();
+            else
+                QTest::keyClick(dialog->checkCodeField(), Qt::Key_Return);
+            if (c.keepsLink) {
+                ASSERT_TRUE(waitFor([&] { return accepted > acceptedBefore; }, 20000));
+                EXPECT_TRUE(window->onlineView() != nullptr);
+                EXPECT_TRUE(MessageBox::shown().empty());
+                window->onlineView()->disconnButton()->click();
+            } else {
+                ASSERT_TRUE(waitFor([&] { return !MessageBox::shown().empty(); }, 20000));
+                EXPECT_EQ(MessageBox::shown().back().informativeText, QString::fromUtf8(c.alert));
+            }
+            ASSERT_TRUE(waitFor([&] { return window->logInView() != nullptr; }, 20000));
+        }
+    }
+    DVNotificationCenter::defaultCenter().removeObserver(token);
+
+    EXPECT_EQ(sim.signalAndWait(SIGINT, 10000), 0);
+    json stats;
+    for (const auto &l : sim.lines())
+        if (l.value("event", "") == "stopped")
+            stats = l.at("stats");
+    EXPECT_EQ(stats["sms"]["verified"], 1);
+    EXPECT_EQ(stats["sms"]["wrongCodes"], 1) << "an empty code is not sent";
 }
 
 } // namespace

@@ -5,13 +5,20 @@
 #include "UiTestSupport.h"
 
 #include "AppDelegate.h"
+#include "GuideView.h"
+#include "SMSVerifyViewController.h"
 #include "areaConfViewController.h"
 #include "checkUpdateViewController.h"
 #include "netList.h"
+#include "qrCodeViewController.h"
 #include "wifiViewController.h"
 
 #include "Update/CheckUpdatePresenter.h"
 #include "Update/Updater.h"
+#include "tools/ToolProcess.h"
+
+#include "Conf/Conf.h"
+#include "Conf/UIConf.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -23,11 +30,13 @@
 #include <QScreen>
 #include <QStackedWidget>
 #include <QTableWidget>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <set>
 
 using namespace UiTest;
@@ -44,7 +53,7 @@ QString shotDir()
 }
 
 // Captures the widget's window from the screen, saves it and checks that it is not blank.
-QImage shoot(QWidget *widget, const QString &name)
+QImage shoot(QWidget *widget, const QString &name, size_t minColours = 8)
 {
     QWidget *top = widget->window();
     waitFor([] { return false; }, 300); // let the window be mapped and painted
@@ -56,7 +65,7 @@ QImage shoot(QWidget *widget, const QString &name)
     for (int y = 0; y < image.height(); y += 3)
         for (int x = 0; x < image.width(); x += 3)
             colours.insert(image.pixel(x, y));
-    EXPECT_GT(colours.size(), 8u) << name.toStdString() << " looks blank";
+    EXPECT_GT(colours.size(), minColours) << name.toStdString() << " looks blank";
     return image;
 }
 
@@ -78,6 +87,8 @@ TEST_F(Screenshots, EveryViewOfALogIn)
     delegate.applicationDidFinishLaunching();
     baseWindow *window = delegate.window();
     window->move(40, 40);
+    // No provider page here: the online view with its page has a picture of its own.
+    window->setOnlineOptions(quietOnlineOptions());
 
     // The log-in view, with an account typed in.
     window->logInView()->usernameField()->setText(QStringLiteral("demo"));
@@ -153,6 +164,66 @@ TEST_F(Screenshots, UpdateDialogPages)
     dialog.tabview()->setCurrentIndex(CheckUpdatePresenter::DownloadingPage);
     dialog.downloadProgress()->setValue(42);
     shoot(&dialog, QStringLiteral("9-update-download"));
+}
+
+// The online view with the provider's page served by the simulator, the first-run guide over
+// it, the picture dialog and the SMS-code dialog.
+TEST_F(Screenshots, OnlineViewAndItsDialogs)
+{
+    QTemporaryDir dir;
+    auto config = demoConfigOnFreePorts();
+    const std::string business = config["business"]["host"]["default"];
+    config["tab"]["url"] = {{"default", business + "/ad/index.html"}};
+    const QString plain = dir.filePath(QStringLiteral("system.json"));
+    ASSERT_TRUE(writeJsonFile(plain, config));
+    ToolProcess sim{QStringLiteral(DORVIK_SIM)};
+    ASSERT_TRUE(sim.start({QStringLiteral("--config"), plain, QStringLiteral("--area"), QStringLiteral("1001"),
+                           QStringLiteral("--only"), QStringLiteral("business")}));
+    ASSERT_TRUE(
+        sim.waitForLine([](const nlohmann::ordered_json &l) { return l.value("event", "") == "ready"; }, 20000));
+    Conf::setShared(Conf::fromJson(QByteArray::fromStdString(config.dump())));
+    UIConf::shared().setArea(QStringLiteral("1001"));
+
+    auto host = makeHost(machine(1));
+    auto window = makeWindow(host.get());
+    auto options = quietOnlineOptions();
+    options.webPage = true;
+    window->setOnlineOptions(options);
+    window->showLogIn();
+    window->move(40, 40);
+    window->show();
+    host->dial(QStringLiteral("demo"), QStringLiteral("demo123"), 0, [](bool, const DVError &) {});
+    ASSERT_TRUE(waitFor([&] { return window->onlineView() != nullptr; }));
+    wifiViewController *view = window->onlineView();
+    ASSERT_NE(view->webPage(), nullptr);
+    bool loaded = false;
+    QObject::connect(view->webPage(), &OnlinePage::loadFinished, [&](bool ok) { loaded = ok; });
+    if (!view->guideView())
+        view->showGuideView();
+    ASSERT_TRUE(waitFor([&] { return view->guideView() != nullptr; }));
+    waitFor([&] { return loaded; }, OnlinePage::webEngineUnavailableReason().isEmpty() ? 30000 : 0);
+    shoot(window.get(), QStringLiteral("10-guide"));
+    view->guideView()->dismiss();
+    waitFor([] { return false; }, 500); // the page paints once uncovered
+    EXPECT_EQ(shoot(window.get(), QStringLiteral("11-online-page")).size(), baseWindow::OnlineSize);
+
+    view->qrCodeButton()->click();
+    ASSERT_NE(view->qrCodeDialog(), nullptr);
+    view->qrCodeDialog()->move(300, 200);
+    shoot(view->qrCodeDialog(), QStringLiteral("12-qrcode-dialog"), 2); // a black and white picture
+    view->qrCodeDialog()->close();
+
+    SMSVerifyToUINotificationInfo info;
+    info.err = DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机"));
+    info.timeoutSeconds = 60;
+    DVNotificationCenter::defaultCenter().postNotificationName(
+        DVNotification::DVNotificationNameSMSVerifyToUI, {{DVNotification::NotificationInfoKeySMSVerifyToUI, info}});
+    ASSERT_TRUE(waitFor([&] { return view->smsDialog() && view->smsDialog()->isVisible(); }));
+    view->smsDialog()->move(320, 260);
+    QTest::keyClicks(view->smsDialog()->checkCodeField(), QStringLiteral("1234"));
+    shoot(view->smsDialog(), QStringLiteral("13-sms-dialog"));
+    view->smsDialog()->close();
+    EXPECT_EQ(sim.signalAndWait(SIGINT, 10000), 0);
 }
 
 } // namespace

@@ -2,9 +2,13 @@
 // offscreen platform unless the run asks for a real display (screenshots under Xvfb).
 #include <gtest/gtest.h>
 
+#include "OnlinePage.h"
+
 #include <QApplication>
 #include <QDir>
 #include <QTemporaryDir>
+
+#include <unistd.h>
 
 int main(int argc, char **argv)
 {
@@ -19,6 +23,11 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
 
+    // The online view's page: the tests run as root on CI, where the web engine's sandbox
+    // cannot start.
+    if (geteuid() == 0)
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    OnlinePage::prepareApplication();
     QApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

@@ -60,9 +60,20 @@ std::unique_ptr<DVAppHost> makeHost(const SimulatedConfig &config)
     });
 }
 
-std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks)
+wifiViewController::Options quietOnlineOptions(std::vector<QUrl> *opened)
 {
-    return std::make_unique<baseWindow>(host, [ticks](DVAppHost *h, bool first, QWidget *parent) {
+    wifiViewController::Options options;
+    options.webPage = false;
+    options.openUrl = [opened](const QUrl &url) {
+        if (opened)
+            opened->push_back(url);
+    };
+    return options;
+}
+
+std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks, std::vector<QUrl> *opened)
+{
+    auto window = std::make_unique<baseWindow>(host, [ticks](DVAppHost *h, bool first, QWidget *parent) {
         logInViewController::Options options;
         auto manual = std::make_unique<ManualTicks>();
         if (ticks)
@@ -72,6 +83,8 @@ std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks)
         options.allowAutoLogin = first;
         return new logInViewController(h, std::move(options), parent);
     });
+    window->setOnlineOptions(quietOnlineOptions(opened));
+    return window;
 }
 
 bool waitFor(const std::function<bool()> &done, int timeoutMs)

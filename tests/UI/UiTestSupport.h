@@ -11,11 +11,13 @@
 #include "baseWindow.h"
 
 #include <QString>
+#include <QUrl>
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 namespace UiTest {
 
@@ -51,8 +53,12 @@ private:
     std::function<void()> _onTick;
 };
 
-// The main window over `host`; the log-in views it makes use `ticks` (may be null).
-std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks = nullptr);
+// The main window over `host`; the log-in views it makes use `ticks` (may be null). Its online
+// views show no web page and open addresses into `opened` (may be null) instead of a browser.
+std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks = nullptr,
+                                       std::vector<QUrl> *opened = nullptr);
+// Online views without a web page whose addresses go to `opened` (may be null).
+wifiViewController::Options quietOnlineOptions(std::vector<QUrl> *opened = nullptr);
 
 // Runs the event loop until `done` or the time-out.
 bool waitFor(const std::function<bool()> &done, int timeoutMs = 10000);

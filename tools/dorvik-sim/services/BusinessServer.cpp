@@ -95,12 +95,14 @@ bool BusinessServer::start(const SimOptions &options)
                 setConfigAnswer(answer);
             return BusinessSim::jsonResponse({{"ok", true}});
         });
-    _http.route(QStringLiteral("/tab"), [](const QHttpServerRequest &r) {
-        const QString area = r.query().queryItemValue(QStringLiteral("area"));
+    _http.route(QStringLiteral("/tab"), [this](const QHttpServerRequest &r) {
         return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"),
-                                   QStringLiteral("<html><body><h1>dorvik</h1><p>区域 %1</p></body></html>")
-                                       .arg(area.toHtmlEscaped())
-                                       .toUtf8());
+                                   adPage(r.query().queryItemValue(QStringLiteral("area"))).toUtf8());
+    });
+    // The online view's page: the configuration's "tab" address, until the configuration
+    // answer above names "/tab".
+    _http.route(QStringLiteral("/ad/index.html"), [this] {
+        return QHttpServerResponse(QByteArrayLiteral("text/html; charset=utf-8"), adPage(_options.area).toUtf8());
     });
     _http.route(QStringLiteral("/notice"), [] {
         return QHttpServerResponse(
@@ -125,6 +127,23 @@ bool BusinessServer::setScenario(const QString &name)
         return false;
     _scenario = name;
     return true;
+}
+
+QString BusinessServer::adPage(const QString &area) const
+{
+    return QStringLiteral(
+               "<!DOCTYPE html><html lang=\"zh-CN\"><head><meta charset=\"utf-8\"><title>dorvik 宽带</title>"
+               "<style>body{font-family:sans-serif;margin:0;background:#f4f8fc;color:#1d3c5e}"
+               "header{background:#2f86d6;color:#fff;padding:18px 28px;font-size:24px}"
+               "main{display:flex;gap:18px;padding:22px 28px}"
+               "section{flex:1;background:#fff;border-radius:10px;padding:16px 20px;box-shadow:0 1px 4px #0002}"
+               "h2{font-size:18px;margin:0 0 8px}a{color:#1d5fa8}</style></head><body>"
+               "<header>欢迎使用 dorvik 宽带（区域 %1）</header><main>"
+               "<section><h2>网络公告</h2><p>今晚 2:00 例行维护，届时可能短暂断线。</p>"
+               "<p><a href=\"/notice\" target=\"_blank\">查看全部公告</a></p></section>"
+               "<section><h2>套餐与服务</h2><p>校园 100M 光纤，每月 30 元。</p><p>客服电话：10000</p></section>"
+               "</main></body></html>")
+        .arg(area.toHtmlEscaped());
 }
 
 QHttpServerResponse BusinessServer::handle(const QHttpServerRequest &request, bool config)

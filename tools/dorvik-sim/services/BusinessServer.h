@@ -21,7 +21,7 @@ QHttpServerResponse jsonResponse(const nlohmann::ordered_json &body,
 // The provider's business server: "/config.action" answers with a tab page address and two
 // bubbles (a text one and a web one), "/register.action" with the area's server addresses.
 // Both check the request's "ReqType". "/tab" and "/notice" serve the small pages the
-// addresses point to.
+// addresses point to ("/tab" and "/ad/index.html" the online view's page).
 //
 // Tests (or a person, with POST /sim/business/answer?kind=config|register and a JSON body)
 // can replace the next answers. Fault scenarios ("business" scenario): "http500" (every
@@ -50,6 +50,7 @@ public:
     nlohmann::ordered_json defaultConfigAnswer(const QString &area) const;
     nlohmann::ordered_json defaultRegisterAnswer(const QString &area) const;
     QString tabAddress(const QString &area) const;
+    QString adPage(const QString &area) const;
 
 private:
     QHttpServerResponse handle(const QHttpServerRequest &request, bool config);
