@@ -4,6 +4,7 @@
 #include "Conf/UIConf.h"
 #include "Dial/PPPoEPlatformFactory.h"
 #include "Dial/simulated/SimulatedPlatform.h"
+#include "Util/DVJson.h"
 
 #include <QCommandLineParser>
 #include <QNetworkAccessManager>
@@ -54,7 +55,7 @@ SimulatedAuthHook accessConcentratorHook(const QUrl &url, std::function<QString(
         QObject::connect(reply, &QNetworkReply::finished, reply, [reply, done, sessionEnds, context] {
             reply->deleteLater();
             const QByteArray raw = reply->readAll();
-            const json answer = json::parse(raw.constData(), raw.constData() + raw.size(), nullptr, false);
+            const json answer = DVJson::parse(raw).value_or(json());
             if (answer.is_object() && answer.value("accepted", false)) {
                 const auto limit = answer.find("sessionSeconds");
                 if (sessionEnds && limit != answer.end() && limit->is_number_integer() && *limit > 0 && *limit < 86400)

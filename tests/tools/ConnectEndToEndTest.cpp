@@ -17,16 +17,6 @@
 namespace {
 using json = nlohmann::ordered_json;
 
-bool isEvent(const json &line, const char *event)
-{
-    return line.is_object() && line.value("event", "") == event;
-}
-
-bool isState(const json &line, int state)
-{
-    return isEvent(line, "state") && line.value("dialState", -1) == state;
-}
-
 class ConnectEndToEnd : public ::testing::Test
 {
 protected:

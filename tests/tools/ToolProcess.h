@@ -44,3 +44,14 @@ quint16 freeLocalPort(bool udp = false);
 nlohmann::ordered_json demoConfigOnFreePorts();
 // Writes `config` as JSON text to `path`; false when the file cannot be written.
 bool writeJsonFile(const QString &path, const nlohmann::ordered_json &config);
+
+// What the programs' JSON lines say: an event by name, or a dial state.
+inline bool isEvent(const nlohmann::ordered_json &line, const char *event)
+{
+    return line.is_object() && line.value("event", "") == event;
+}
+
+inline bool isState(const nlohmann::ordered_json &line, int state)
+{
+    return isEvent(line, "state") && line.value("dialState", -1) == state;
+}
