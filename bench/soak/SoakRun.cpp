@@ -425,7 +425,12 @@ int SoakRun::report()
     const auto figures = [](const ProcessFigures &f) {
         const QString before =
             f.untrimmedRssKb ? QStringLiteral(" (%1 KB before malloc_trim)").arg(f.untrimmedRssKb) : QString();
-        return QStringLiteral("RSS %1 KB%2, %3 fds, %4 threads").arg(f.rssKb).arg(before).arg(f.fds).arg(f.threads);
+        return QStringLiteral("RSS %1 KB%2, heap in use %3 KB, %4 fds, %5 threads")
+            .arg(f.rssKb)
+            .arg(before)
+            .arg(f.heapInUseKb)
+            .arg(f.fds)
+            .arg(f.threads);
     };
     Beats beats;
     {
@@ -487,7 +492,8 @@ int SoakRun::report()
     print("services in the back-end's store",
           QStringLiteral("%1 after warm-up, %2 at end").arg(_servicesAtWarmup).arg(_servicesAtEnd));
     const qint64 growth = _atEnd.rssKb - _atWarmup.rssKb;
-    print("RSS growth after warm-up", QStringLiteral("%1 KB").arg(growth));
+    print("RSS growth after warm-up",
+          QStringLiteral("%1 KB (heap in use %2 KB)").arg(growth).arg(_atEnd.heapInUseKb - _atWarmup.heapInUseKb));
 
     if (!_simStats.is_object())
         failures << QStringLiteral("the simulator's statistics could not be read");

@@ -9,6 +9,8 @@
 #include <QLocale>
 #include <QRegularExpression>
 
+#include <optional>
+
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <netinet/in.h>
@@ -197,8 +199,11 @@ QString DVEnv::getSafariVersion() const
         if (!version.isEmpty())
             return QStringLiteral("Firefox ") + version;
     }
-    // dpkg's status file: stanzas separated by blank lines.
-    const QString status = readText(path(QStringLiteral("/var/lib/dpkg/status")));
+    // dpkg's status file: stanzas separated by blank lines. It is read a line at a time and
+    // only three fields of a stanza are kept: the whole database (a megabyte and more) read
+    // into one string and split stanza by stanza took some 8 MB and half a million allocations
+    // on every registration, and the allocator's heaps kept growing from it, by more than a
+    // megabyte over a day of redials.
     const struct
     {
         const char *package;
@@ -207,18 +212,48 @@ QString DVEnv::getSafariVersion() const
                     {"firefox", "Firefox"},
                     {"chromium", "Chromium"},
                     {"google-chrome-stable", "Chrome"}};
-    const QStringList stanzas = status.split(QStringLiteral("\n\n"));
-    for (const auto &b : browsers) {
-        for (const QString &stanza : stanzas) {
-            if (colonValue(stanza, QStringLiteral("Package")) != QLatin1String(b.package))
+    constexpr int kBrowsers = int(sizeof(browsers) / sizeof(browsers[0]));
+    QString found[kBrowsers]; // the first installed version of each, in the order above
+    QFile status(path(QStringLiteral("/var/lib/dpkg/status")));
+    if (status.open(QIODevice::ReadOnly)) {
+        // The first Package, Status and Version line of the stanza being read.
+        std::optional<QByteArray> package, state, version;
+        const auto endStanza = [&] {
+            for (int i = 0; package && i < kBrowsers; ++i) {
+                if (*package != browsers[i].package || !found[i].isEmpty())
+                    continue;
+                const QByteArray s = state.value_or(QByteArray());
+                if (s.endsWith("installed") && !s.contains("not-installed") && version && !version->isEmpty())
+                    found[i] = QString::fromUtf8(*version);
+            }
+            package.reset();
+            state.reset();
+            version.reset();
+        };
+        while (!status.atEnd()) {
+            QByteArray line = status.readLine();
+            if (line.endsWith('\n'))
+                line.chop(1);
+            if (line.isEmpty()) {
+                endStanza();
                 continue;
-            if (!colonValue(stanza, QStringLiteral("Status")).endsWith(QLatin1String("installed"))
-                || colonValue(stanza, QStringLiteral("Status")).contains(QLatin1String("not-installed")))
+            }
+            const int colon = int(line.indexOf(':'));
+            if (colon <= 0)
                 continue;
-            const QString version = colonValue(stanza, QStringLiteral("Version"));
-            if (!version.isEmpty())
-                return QLatin1String(b.name) + QLatin1Char(' ') + version;
+            const QByteArray key = line.left(colon).trimmed();
+            std::optional<QByteArray> *slot = key == "Package"   ? &package
+                                              : key == "Status"  ? &state
+                                              : key == "Version" ? &version
+                                                                 : nullptr;
+            if (slot && !*slot)
+                *slot = line.mid(colon + 1).trimmed();
         }
+        endStanza();
+    }
+    for (int i = 0; i < kBrowsers; ++i) {
+        if (!found[i].isEmpty())
+            return QLatin1String(browsers[i].name) + QLatin1Char(' ') + found[i];
     }
     return QString(QLatin1String(""));
 }

@@ -118,6 +118,7 @@ TEST_F(DVEnvTest, MachineFacts)
 
     QTemporaryDir dpkg;
     writeFile(dpkg.path() + QStringLiteral("/var/lib/dpkg/status"),
+              "Package: google-chrome-stable\nStatus: install ok installed\nVersion: 99\n\n"
               "Package: chromium\nStatus: deinstall ok config-files\nVersion: 1.0\n\n"
               "Package: chromium\nStatus: install ok installed\nVersion: 120.0.6099.224-1~deb12u1\n");
     DVEnv::shared().setSystemRoot(dpkg.path());
