@@ -2,11 +2,12 @@
 # Runs every libFuzzer target for SECONDS each (default 30) and reports executions and
 # crashes. Builds build-fuzz first (clang, DORVIK_FUZZ=ON) unless FUZZ_BUILD names a tree
 # configured with DORVIK_FUZZ=ON already (CI passes its test tree). FUZZ_JOBS targets run at
-# once (default 1). The checked-in seed corpus of a target is copied into a working corpus
+# once (default 1). An input that runs longer than FUZZ_TIMEOUT seconds (default 20, wall
+# clock: raise it when the machine is loaded) counts as a hang. The checked-in seed corpus of a target is copied into a working corpus
 # under the build tree; a crash leaves its input in <build>/fuzz-artifacts/<target>/ (copy it
 # into fuzz/corpus/<target>/ with the fix).
 #
-#   [FUZZ_BUILD=dir] [FUZZ_JOBS=n] scripts/fuzz.sh [SECONDS] [TARGET...]
+#   [FUZZ_BUILD=dir] [FUZZ_JOBS=n] [FUZZ_TIMEOUT=s] scripts/fuzz.sh [SECONDS] [TARGET...]
 #
 # Exit status: 0 when no target crashed, 1 otherwise.
 set -eu
@@ -29,7 +30,8 @@ fi
 # The targets named, or all of them.
 nice -n 5 cmake --build "$build" --target ${*:-dorvik_fuzz}
 
-targets=${*:-$(cd "$build/fuzz" && ls fuzz_* | sort)}
+# (the programs only: the folder also holds the targets' generated-source folders)
+targets=${*:-$(cd "$build/fuzz" && find . -maxdepth 1 -type f -perm -u+x -name 'fuzz_*' | sed 's|^\./||' | sort)}
 results="$build/fuzz-artifacts/results"
 mkdir -p "$results"
 rm -f "$results"/*
@@ -45,7 +47,7 @@ run_one() {
     log="$build/fuzz-artifacts/$t.log"
     # 256 KiB inputs hold documents nested 100,000 levels deep.
     set +e
-    "$build/fuzz/$t" -max_total_time="$seconds" -max_len=262144 -timeout=20 -rss_limit_mb=2048 \
+    "$build/fuzz/$t" -max_total_time="$seconds" -max_len=262144 -timeout="${FUZZ_TIMEOUT:-20}" -rss_limit_mb=2048 \
         -dict="$dict" -print_final_stats=1 -artifact_prefix="$artifacts/" "$work" >"$log" 2>&1
     status=$?
     set -e
