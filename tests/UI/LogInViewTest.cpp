@@ -10,6 +10,7 @@
 #include "Conf/Conf.h"
 #include "Conf/UIConf.h"
 #include "Util/UserDefaults.h"
+#include "support/TestData.h"
 
 #include <QCheckBox>
 #include <QElapsedTimer>
@@ -72,20 +73,13 @@ protected:
 TEST_F(LogInView, InputIsCheckedInOrderBeforeAnyDial)
 {
     open(1);
-    const struct
-    {
-        QString name, password, expected;
-    } cases[] = {
-        {{}, {}, QStringLiteral("提示|用户名不能为空")},
-        {QStringLiteral("demo"), {}, QStringLiteral("提示|密码不能为空")},
-        {QStringLiteral("de mo"), QStringLiteral("demo123"), QStringLiteral("提示|用户名、密码不能包含空格")},
-        {QStringLiteral("demo"), QStringLiteral("demo\t123"), QStringLiteral("提示|用户名、密码不能包含空格")},
-    };
-    for (const auto &c : cases) {
+    const auto data = TestData::load("login-input.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("refused")) {
+        SCOPED_TRACE(c.dump());
         MessageBox::clearShown();
-        type(c.name, c.password);
+        type(TestData::text(c, "user"), TestData::text(c, "password"));
         login()->connectButton()->click();
-        EXPECT_EQ(alertTexts(), QStringList{c.expected}) << c.name.toStdString();
+        EXPECT_EQ(alertTexts(), QStringList{QStringLiteral("提示|") + TestData::text(c, "refusal")});
         EXPECT_EQ(host->pendingCalls(), 0) << "no request may leave for bad input";
     }
 

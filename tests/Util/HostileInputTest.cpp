@@ -1,16 +1,15 @@
 // Hostile input from servers and from the configuration file: replies nested far deeper than
 // any real document, numbers far beyond any time-out. Each gets a logged error (or a bounded
-// value) and the program carries on; the servers are the simulator's, on 127.0.0.1.
+// value) and the program carries on; the servers are the simulator's, on 127.0.0.1. (The
+// heartbeat's deep reply is checked end to end in tests/tools/ConnectEndToEndTest.cpp.)
 
 #include "Business/BusinessTestSupport.h"
 
 #include "services/BusinessServer.h"
-#include "services/HeartServer.h"
 #include "services/HostileJson.h"
 
 #include "AccountRule/DVAccountRule.h"
 #include "AccountRule/DVRuleException.h"
-#include "Bcom/BcomOperation.h"
 #include "Business/ConfigReq.h"
 #include "Business/Register.h"
 #include "Conf/ReceivedConf.h"
@@ -28,33 +27,6 @@ namespace {
 void runOnQueue(const std::shared_ptr<Operation> &op)
 {
     auto queue = OperationQueue::create();
-    queue->addOperation(op);
-    ASSERT_TRUE(TestSupport::spinUntil([&] { return queue->operationCount() == 0; }, 15000));
-}
-
-void heartbeatAgainstDeepReplies()
-{
-    const auto area = [](const std::string &v) { return ordered_json{{"default", v}}; };
-    SimOptions options;
-    options.config = {{"heart", {{"interval", area("7")}, {"key", area("heart-key")}}}};
-    options.ephemeralPorts = true;
-    options.scenarios[QStringLiteral("heart")] = QStringLiteral("deep");
-    HeartServer server;
-    ASSERT_TRUE(server.start(options));
-    const QString base = BizTest::local(server.port());
-    BcomUrlSession session;
-    session.requestTimeoutMs = 2000;
-    session.responseTimeoutMs = 4000;
-    auto data = BcomOperationData::initWithKey(QStringLiteral("heart-key"), QUrl(base + QStringLiteral("/negotiate")),
-                                               QUrl(base + QStringLiteral("/heartbeat")), session, 1);
-    data->waitPolicy = [](qint32) { return qint64(1); };
-    auto queue = OperationQueue::create();
-    auto op = BcomOperation::initWithBcomData(
-        BcomData::MakeNegotiationWithName(QStringLiteral("ZGVtbw=="), QStringLiteral("1700000000"),
-                                          QStringLiteral("00:11:22:33:44:55"), QStringLiteral("10.0.0.2"),
-                                          QStringLiteral("dorvik-test")),
-        data, queue);
-    ASSERT_TRUE(op);
     queue->addOperation(op);
     ASSERT_TRUE(TestSupport::spinUntil([&] { return queue->operationCount() == 0; }, 15000));
 }
@@ -147,7 +119,6 @@ TEST(HostileInput, DeepRepliesAndHugeNumbersGetALoggedErrorAndNoCrash)
         bool nested;        // refused for its depth
     };
     const Case cases[] = {
-        {"heartbeat reply", heartbeatAgainstDeepReplies, "response data parse failed", true},
         {"configuration request reply", [] { businessAgainstDeepReplies(true); }, "config request failed", true},
         {"registration reply", [] { businessAgainstDeepReplies(false); }, "config request failed", true},
         {"configuration file, deep value", configurationFileWithDeepValue, "configuration rejected", true},

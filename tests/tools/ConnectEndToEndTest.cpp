@@ -2,98 +2,51 @@
 // access concentrator checks the dial name, the link comes up, the heartbeat runs with every
 // proof the server knows, and a hang-up ends it with nothing sent afterwards.
 
-#include "ToolProcess.h"
+#include "CliSimFixture.h"
 
 #include "support/TestSupport.h"
-
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 
 namespace {
-using json = nlohmann::ordered_json;
 
-class ConnectEndToEnd : public ::testing::Test
+class ConnectEndToEnd : public CliSimTest
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(dir.isValid());
-        acPort = freeLocalPort();
-        plainPath = dir.filePath(QStringLiteral("system.json"));
-        ASSERT_TRUE(writeJsonFile(plainPath, demoConfigOnFreePorts()));
-
-        // The client gets the file as a deployer ships it: encrypted with the built-in key.
-        QProcess encrypt;
-        encrypt.setStandardInputFile(plainPath);
-        encrypt.setStandardOutputFile(dir.filePath(QStringLiteral("system.cfg")));
-        encrypt.start(QStringLiteral(DORVIK_CLI), {QStringLiteral("config"), QStringLiteral("encrypt")});
-        ASSERT_TRUE(encrypt.waitForFinished(20000));
-        ASSERT_EQ(encrypt.exitCode(), 0);
-
-        // Keep the programs' preferences and logs inside this run.
-        qputenv("XDG_CONFIG_HOME", dir.filePath(QStringLiteral("config")).toUtf8());
-        qputenv("XDG_DATA_HOME", dir.filePath(QStringLiteral("data")).toUtf8());
-    }
-
-    void startSim(const QStringList &extra = {})
-    {
-        ASSERT_TRUE(sim.start(QStringList{QStringLiteral("--config"), plainPath, QStringLiteral("--area"), area,
-                                          QStringLiteral("--port"), QStringLiteral("ac=%1").arg(acPort)}
-                              + extra));
-        ASSERT_TRUE(sim.waitForLine([](const json &l) { return isEvent(l, "ready"); }, 20000))
-            << sim.standardError().toStdString();
-    }
-
     void startClient(const QByteArray &input)
     {
-        ASSERT_TRUE(cli.start({QStringLiteral("connect"), QStringLiteral("--user"), QStringLiteral("demo"),
-                               QStringLiteral("--password-stdin"), QStringLiteral("--backend"),
-                               QStringLiteral("simulated"), QStringLiteral("--area"), area, QStringLiteral("--config"),
-                               dir.filePath(QStringLiteral("system.cfg")), QStringLiteral("--ac"),
-                               QStringLiteral("http://127.0.0.1:%1/pppoe/auth").arg(acPort),
-                               QStringLiteral("--heartbeat-scale"), QStringLiteral("20")},
-                              input + "\n"));
+        CliSimTest::startClient({QStringLiteral("--heartbeat-scale"), QStringLiteral("20")}, input);
     }
 
     void smsCase(const QString &scenario, const QByteArray &typedCode, bool verified);
 
     json simStats()
     {
-        EXPECT_EQ(sim.signalAndWait(SIGINT, 10000), 0);
-        for (const auto &l : sim.lines())
+        EXPECT_EQ(sim->signalAndWait(SIGINT, 10000), 0);
+        for (const auto &l : sim->lines())
             if (isEvent(l, "stopped"))
                 return l.at("stats");
         ADD_FAILURE() << "the simulator printed no statistics";
         return json::object();
     }
-
-    QTemporaryDir dir;
-    QString plainPath;
-    quint16 acPort = 0;
-    QString area = QStringLiteral("1001"); // a MAC-bound time PIN: the strictest dial name
-    ToolProcess sim{QStringLiteral(DORVIK_SIM)};
-    ToolProcess cli{QStringLiteral(DORVIK_CLI)};
 };
 
 TEST_F(ConnectEndToEnd, DialHeartbeatWithEveryProofThenCleanHangUp)
 {
     startSim();
     startClient("demo123");
-    ASSERT_TRUE(cli.waitForLine([](const json &l) { return isState(l, 2); }, 20000))
-        << cli.standardError().toStdString();
+    ASSERT_TRUE(cli->waitForLine([](const json &l) { return isState(l, 2); }, 20000))
+        << cli->standardError().toStdString();
     // Enough notifications for the server to have rotated through every transformation and salt.
     const auto notify = [](const json &l) { return isEvent(l, "heartbeat") && l.value("sent", "") == "NOTIFY"; };
-    ASSERT_TRUE(cli.waitForLine([&](const json &) { return cli.count(notify) >= 6; }, 60000))
-        << cli.standardError().toStdString();
+    ASSERT_TRUE(cli->waitForLine([&](const json &) { return cli->count(notify) >= 6; }, 60000))
+        << cli->standardError().toStdString();
 
-    EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0) << cli.standardError().toStdString();
-    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 1u);
-    const size_t exchanges = cli.count([](const json &l) { return isEvent(l, "heartbeat"); });
+    EXPECT_EQ(cli->signalAndWait(SIGINT, 20000), 0) << cli->standardError().toStdString();
+    EXPECT_EQ(cli->count([](const json &l) { return isState(l, 5); }), 1u);
+    const size_t exchanges = cli->count([](const json &l) { return isEvent(l, "heartbeat"); });
 
     // Several heartbeat periods at this scale: nothing may reach the server after the hang-up.
     TestSupport::spinUntil([] { return false; }, 1500);
@@ -110,8 +63,8 @@ TEST_F(ConnectEndToEnd, DialHeartbeatWithEveryProofThenCleanHangUp)
 
     // The first exchange is the NEGOTIATE, answered with an OFFER.
     const auto first =
-        std::find_if(cli.lines().begin(), cli.lines().end(), [](const json &l) { return isEvent(l, "heartbeat"); });
-    ASSERT_NE(first, cli.lines().end());
+        std::find_if(cli->lines().begin(), cli->lines().end(), [](const json &l) { return isEvent(l, "heartbeat"); });
+    ASSERT_NE(first, cli->lines().end());
     EXPECT_EQ(first->value("sent", ""), "NEGOTIATE");
     EXPECT_EQ(first->value("reply", ""), "OFFER");
 }
@@ -120,9 +73,9 @@ TEST_F(ConnectEndToEnd, WrongPasswordIsRefusedByTheAccessServer)
 {
     startSim();
     startClient("not-the-password");
-    EXPECT_EQ(cli.waitForExit(30000), 1) << cli.standardError().toStdString();
-    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 2); }), 0u);
-    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 1u);
+    EXPECT_EQ(cli->waitForExit(30000), 1) << cli->standardError().toStdString();
+    EXPECT_EQ(cli->count([](const json &l) { return isState(l, 2); }), 0u);
+    EXPECT_EQ(cli->count([](const json &l) { return isState(l, 5); }), 1u);
     const json stats = simStats();
     EXPECT_EQ(stats.at("ac").at("refused"), 1);
     EXPECT_EQ(stats.at("heart").at("requests"), 0);
@@ -132,11 +85,11 @@ TEST_F(ConnectEndToEnd, TerminalRejectStopsTheHeartbeatButNotTheLink)
 {
     startSim({QStringLiteral("--scenario"), QStringLiteral("heart=reject")});
     startClient("demo123");
-    ASSERT_TRUE(cli.waitForLine(
+    ASSERT_TRUE(cli->waitForLine(
         [](const json &l) { return isEvent(l, "heartbeat") && l.value("reply", "") == "REJECT"; }, 30000));
     TestSupport::spinUntil([] { return false; }, 1500);
-    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 0u); // still online
-    EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0);
+    EXPECT_EQ(cli->count([](const json &l) { return isState(l, 5); }), 0u); // still online
+    EXPECT_EQ(cli->signalAndWait(SIGINT, 20000), 0);
     EXPECT_EQ(simStats().at("heart").at("requests"), 1);
 }
 
@@ -148,20 +101,20 @@ TEST_F(ConnectEndToEnd, DeeplyNestedRepliesAreLoggedAndTheLinkStays)
     startSim({QStringLiteral("--scenario"), QStringLiteral("heart=deep"), QStringLiteral("--scenario"),
               QStringLiteral("business=deep")});
     startClient("demo123");
-    ASSERT_TRUE(cli.waitForLine([](const json &l) { return isState(l, 2); }, 20000))
-        << cli.standardError().toStdString();
+    ASSERT_TRUE(cli->waitForLine([](const json &l) { return isState(l, 2); }, 20000))
+        << cli->standardError().toStdString();
     const auto logged = [this](const char *text) {
-        cli.waitForLine([](const json &) { return false; }, 50); // reads what the client wrote
-        return cli.standardError().count(text);
+        cli->waitForLine([](const json &) { return false; }, 50); // reads what the client wrote
+        return cli->standardError().count(text);
     };
     // The heartbeat's answer, the configuration request's and the registration's.
     ASSERT_TRUE(TestSupport::spinUntil([&] { return logged("nested deeper than 64 levels") >= 3; }, 60000))
-        << cli.standardError().toStdString();
+        << cli->standardError().toStdString();
     EXPECT_GE(logged("response data parse failed"), 1);
     EXPECT_GE(logged("config request failed"), 2);
     TestSupport::spinUntil([] { return false; }, 1500);
-    EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 0u); // still online
-    EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0);
+    EXPECT_EQ(cli->count([](const json &l) { return isState(l, 5); }), 0u); // still online
+    EXPECT_EQ(cli->signalAndWait(SIGINT, 20000), 0);
 }
 
 // The verification server sends a code; the user types one on the terminal.
@@ -172,15 +125,15 @@ void ConnectEndToEnd::smsCase(const QString &scenario, const QByteArray &typedCo
     const auto asked = [](const json &l) {
         return isEvent(l, "sms") && l.contains("error") && l["error"].value("code", -1) == 0;
     };
-    ASSERT_TRUE(cli.waitForLine(asked, 20000)) << cli.standardError().toStdString();
+    ASSERT_TRUE(cli->waitForLine(asked, 20000)) << cli->standardError().toStdString();
     const auto outcome = [&](const json &l) { return isEvent(l, "sms") && !asked(l); };
-    ASSERT_TRUE(cli.waitForLine(outcome, 20000)) << cli.standardError().toStdString();
+    ASSERT_TRUE(cli->waitForLine(outcome, 20000)) << cli->standardError().toStdString();
     if (verified) {
-        EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 0u); // still online
-        EXPECT_EQ(cli.signalAndWait(SIGINT, 20000), 0);
+        EXPECT_EQ(cli->count([](const json &l) { return isState(l, 5); }), 0u); // still online
+        EXPECT_EQ(cli->signalAndWait(SIGINT, 20000), 0);
     } else {
-        EXPECT_EQ(cli.waitForExit(20000), 1); // the client hangs up by itself
-        EXPECT_EQ(cli.count([](const json &l) { return isState(l, 5); }), 1u);
+        EXPECT_EQ(cli->waitForExit(20000), 1); // the client hangs up by itself
+        EXPECT_EQ(cli->count([](const json &l) { return isState(l, 5); }), 1u);
     }
     const json sms = simStats().at("sms");
     EXPECT_EQ(sms.at("checks"), 1);

@@ -6,7 +6,7 @@
 #include "App/LoginInput.h"
 #include "Conf/Conf.h"
 #include "Dial/simulated/SimulatedPlatform.h"
-#include "support/TestSupport.h"
+#include "support/TestData.h"
 
 #include <QFile>
 #include <QTcpServer>
@@ -84,21 +84,11 @@ protected:
 
 TEST_F(ConnectOutcome, RefusesTheLogInWindowsInputWithItsTextsBeforeDialling)
 {
-    const struct
-    {
-        const char *user, *password, *refusal; // in the order the checks run
-    } cases[] = {
-        {"", "", "用户名不能为空"},
-        {"", "demo123", "用户名不能为空"},
-        {"demo", "", "密码不能为空"},
-        {"de mo", "demo123", "用户名、密码不能包含空格"},
-        {"demo", "demo\t123", "用户名、密码不能包含空格"},
-        {" ", " ", "用户名、密码不能包含空格"},
-    };
-    for (const auto &c : cases) {
-        const QString user = QString::fromUtf8(c.user), password = QString::fromUtf8(c.password);
-        SCOPED_TRACE(std::string(c.user) + "/" + c.password);
-        EXPECT_EQ(checkLoginInput(user, password), QString::fromUtf8(c.refusal));
+    const auto data = TestData::load("login-input.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("refused")) {
+        const QString user = TestData::text(c, "user"), password = TestData::text(c, "password");
+        SCOPED_TRACE(c.dump());
+        EXPECT_EQ(checkLoginInput(user, password), TestData::text(c, "refusal"));
         EXPECT_NE(connect(user, password), 0);
         EXPECT_EQ(record->starts, 0);
     }

@@ -4,7 +4,7 @@
 // `dorvik-cli status` and `token` against the running connection; and `connect` refusing an
 // interface the windowed program holds.
 
-#include "ToolProcess.h"
+#include "CliSimFixture.h"
 
 #include "App/DorvikBus.h"
 
@@ -15,7 +15,6 @@
 #include <QDBusConnectionInterface>
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -24,7 +23,6 @@
 #include <signal.h>
 
 namespace {
-using json = nlohmann::ordered_json;
 
 // Runs dorvik-cli to its end: exit code and stdout.
 std::pair<int, QByteArray> runCli(const QStringList &args)
@@ -36,46 +34,13 @@ std::pair<int, QByteArray> runCli(const QStringList &args)
     return {p.exitCode(), p.readAllStandardOutput()};
 }
 
-class LinkEndToEnd : public ::testing::Test
+class LinkEndToEnd : public CliSimTest
 {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(dir.isValid());
         ASSERT_FALSE(qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) << "run on a private session bus";
-        acPort = freeLocalPort();
-        config = demoConfigOnFreePorts();
-        plainPath = dir.filePath(QStringLiteral("system.json"));
-        ASSERT_TRUE(writeJsonFile(plainPath, config));
-        QProcess encrypt;
-        encrypt.setStandardInputFile(plainPath);
-        encrypt.setStandardOutputFile(dir.filePath(QStringLiteral("system.cfg")));
-        encrypt.start(QStringLiteral(DORVIK_CLI), {QStringLiteral("config"), QStringLiteral("encrypt")});
-        ASSERT_TRUE(encrypt.waitForFinished(20000));
-        qputenv("XDG_CONFIG_HOME", dir.filePath(QStringLiteral("config")).toUtf8());
-        qputenv("XDG_DATA_HOME", dir.filePath(QStringLiteral("data")).toUtf8());
-    }
-
-    void startSim(const QStringList &extra)
-    {
-        ASSERT_TRUE(sim->start(QStringList{QStringLiteral("--config"), plainPath, QStringLiteral("--area"),
-                                           QStringLiteral("1001"), QStringLiteral("--port"),
-                                           QStringLiteral("ac=%1").arg(acPort)}
-                               + extra));
-        ASSERT_TRUE(sim->waitForLine([](const json &l) { return isEvent(l, "ready"); }, 20000))
-            << sim->standardError().toStdString();
-    }
-
-    void startClient(const QStringList &extra = {})
-    {
-        ASSERT_TRUE(
-            cli->start(QStringList{QStringLiteral("connect"), QStringLiteral("--user"), QStringLiteral("demo"),
-                                   QStringLiteral("--password-stdin"), QStringLiteral("--backend"),
-                                   QStringLiteral("simulated"), QStringLiteral("--area"), QStringLiteral("1001"),
-                                   QStringLiteral("--config"), dir.filePath(QStringLiteral("system.cfg")),
-                                   QStringLiteral("--ac"), QStringLiteral("http://127.0.0.1:%1/pppoe/auth").arg(acPort)}
-                           + extra,
-                       "demo123\n"));
+        CliSimTest::SetUp();
     }
 
     std::vector<std::string> dialNames() const
@@ -86,20 +51,6 @@ protected:
                 names.push_back(l.value("dialName", ""));
         return names;
     }
-
-    QTemporaryDir dir;
-    json config;
-    QString plainPath;
-    quint16 acPort = 0;
-    // Ends both programs and makes fresh ones (cases that run them again).
-    void restart()
-    {
-        cli = std::make_unique<ToolProcess>(QStringLiteral(DORVIK_CLI));
-        sim = std::make_unique<ToolProcess>(QStringLiteral(DORVIK_SIM));
-    }
-
-    std::unique_ptr<ToolProcess> sim = std::make_unique<ToolProcess>(QStringLiteral(DORVIK_SIM));
-    std::unique_ptr<ToolProcess> cli = std::make_unique<ToolProcess>(QStringLiteral(DORVIK_CLI));
 };
 
 TEST_F(LinkEndToEnd, RedialsWithFreshNamesAfterDropsThenStopsAfterRefusals)
