@@ -216,19 +216,21 @@ QString DVEnv::getSafariVersion() const
     QString found[kBrowsers]; // the first installed version of each, in the order above
     QFile status(path(QStringLiteral("/var/lib/dpkg/status")));
     if (status.open(QIODevice::ReadOnly)) {
-        // The first Package, Status and Version line of the stanza being read.
-        std::optional<QByteArray> package, state, version;
+        // The first Package, Status and Version line of the stanza being read (an empty
+        // value counts as read: later lines of the same key do not replace it).
+        QByteArray package, state, version;
+        bool seen[3] = {false, false, false};
         const auto endStanza = [&] {
-            for (int i = 0; package && i < kBrowsers; ++i) {
-                if (*package != browsers[i].package || !found[i].isEmpty())
+            for (int i = 0; seen[0] && i < kBrowsers; ++i) {
+                if (package != browsers[i].package || !found[i].isEmpty())
                     continue;
-                const QByteArray s = state.value_or(QByteArray());
-                if (s.endsWith("installed") && !s.contains("not-installed") && version && !version->isEmpty())
-                    found[i] = QString::fromUtf8(*version);
+                if (state.endsWith("installed") && !state.contains("not-installed") && !version.isEmpty())
+                    found[i] = QString::fromUtf8(version);
             }
-            package.reset();
-            state.reset();
-            version.reset();
+            package.clear();
+            state.clear();
+            version.clear();
+            seen[0] = seen[1] = seen[2] = false;
         };
         while (!status.atEnd()) {
             QByteArray line = status.readLine();
@@ -242,12 +244,12 @@ QString DVEnv::getSafariVersion() const
             if (colon <= 0)
                 continue;
             const QByteArray key = line.left(colon).trimmed();
-            std::optional<QByteArray> *slot = key == "Package"   ? &package
-                                              : key == "Status"  ? &state
-                                              : key == "Version" ? &version
-                                                                 : nullptr;
-            if (slot && !*slot)
-                *slot = line.mid(colon + 1).trimmed();
+            const int slot = key == "Package" ? 0 : key == "Status" ? 1 : key == "Version" ? 2 : -1;
+            if (slot < 0 || seen[slot])
+                continue;
+            seen[slot] = true;
+            QByteArray *const value[3] = {&package, &state, &version};
+            *value[slot] = line.mid(colon + 1).trimmed();
         }
         endStanza();
     }
