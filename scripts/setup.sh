@@ -23,7 +23,7 @@ packages=(
   # real components the integration tests start: a keyring, a notification service,
   # NetworkManager with pppd in a private network namespace, and their D-Bus plumbing
   dbus dbus-bin dbus-daemon gnome-keyring python3-dbusmock
-  network-manager ppp iproute2 util-linux systemd python3
+  network-manager ppp iproute2 util-linux systemd python3 curl
   # desktop integration: icons drawn from SVG at build time, the Debian package and its checks,
   # and tray hosts for the tray tests (a StatusNotifier host in Python, XEmbed panels)
   librsvg2-bin dpkg-dev fakeroot lintian desktop-file-utils appstream
