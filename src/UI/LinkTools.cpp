@@ -2,6 +2,7 @@
 
 #include "App/ClockGuard.h"
 #include "App/DVAppHost.h"
+#include "Util/ThreadHandoff.h"
 #include "Util/UserDefaults.h"
 
 #include <QApplication>
@@ -27,8 +28,7 @@ void ask(DVAppHost *host, QObject *context, std::function<QString(DVApp &)> work
     host->post([target, work = std::move(work), done = std::move(done)](DVApp &app) {
         const QString text = work(app);
         if (target)
-            QMetaObject::invokeMethod(
-                target.data(), [done, text] { done(text); }, Qt::QueuedConnection);
+            ThreadHandoff::post(target.data(), [done, text] { done(text); });
     });
 }
 
@@ -151,15 +151,12 @@ void DiagnosticsDialog::requestToken()
         app.requestToken([self](const json &answer) {
             const QString shown = QString::fromStdString(answer.dump(2));
             if (self)
-                QMetaObject::invokeMethod(
-                    self.data(),
-                    [self, shown] {
-                        if (!self)
-                            return;
-                        self->_token = shown;
-                        self->refresh();
-                    },
-                    Qt::QueuedConnection);
+                ThreadHandoff::post(self.data(), [self, shown] {
+                    if (!self)
+                        return;
+                    self->_token = shown;
+                    self->refresh();
+                });
         });
     });
 }

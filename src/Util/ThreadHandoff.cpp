@@ -70,10 +70,10 @@ public:
             _work();
         _work = nullptr; // what the work captured goes on this thread, after it ran
         if (_latch) {
-            {
-                std::lock_guard<std::mutex> lock(_latch->mutex);
-                _latch->open = true;
-            }
+            // Notify under the lock: the waiter owns the latch on its stack and returns (ending
+            // it) as soon as it sees `open`; past this unlock nothing here may touch the latch.
+            std::lock_guard<std::mutex> lock(_latch->mutex);
+            _latch->open = true;
             _latch->cond.notify_all();
         }
         // Not `delete this`: Qt is still delivering to this object until event() returns.
