@@ -37,6 +37,17 @@ const QCommandLineOption AutostartOption(QStringLiteral("autostart"),
                                          QStringLiteral("Started with the session: stay in the tray and log in with "
                                                         "the remembered account."));
 
+// The same options whether or not a display is needed (--help and --version answer without one).
+void parseArguments(QCommandLineParser &parser, const QCoreApplication &app)
+{
+    parser.setApplicationDescription(QStringLiteral("dorvik broadband client"));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    ConnectionSetup::addOptions(parser);
+    parser.addOption(AutostartOption);
+    parser.process(app);
+}
+
 // The session's autostart entry starts the program hidden in the tray when the remembered
 // automatic log-in can bring the link up by itself; otherwise the user gets the window.
 bool startsHidden(const QCommandLineParser &parser)
@@ -56,12 +67,7 @@ int main(int argc, char **argv)
         QCoreApplication app(argc, argv);
         QCoreApplication::setApplicationVersion(QStringLiteral(DORVIK_VERSION));
         QCommandLineParser parser;
-        parser.setApplicationDescription(QStringLiteral("dorvik broadband client"));
-        parser.addHelpOption();
-        parser.addVersionOption();
-        ConnectionSetup::addOptions(parser);
-        parser.addOption(AutostartOption);
-        parser.process(app);
+        parseArguments(parser, app);
         return 0;
     }
     OnlinePage::prepareApplication();
@@ -73,12 +79,7 @@ int main(int argc, char **argv)
     QApplication::setQuitOnLastWindowClosed(false);
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("dorvik broadband client"));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    ConnectionSetup::addOptions(parser);
-    parser.addOption(AutostartOption);
-    parser.process(app);
+    parseArguments(parser, app);
 
     // Logging first: everything after this, windows included, reaches the daily file.
     Log::install(Log::defaultDirectory());
