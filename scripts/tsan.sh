@@ -13,6 +13,9 @@ if [ ! -f "$build/CMakeCache.txt" ]; then
     cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DDORVIK_WERROR=ON -DDORVIK_TSAN=ON $launcher >/dev/null
 fi
 nice -n 5 cmake --build "$build"
+# Child processes started from an instrumented program are made fork-style (see the shim's comment).
+cc -shared -fPIC -O2 -o "$build/tsan-clone-shim.so" "$root/scripts/tsan-clone-shim.c" -ldl
+export LD_PRELOAD="$build/tsan-clone-shim.so${LD_PRELOAD:+:$LD_PRELOAD}"
 # Debian's Qt is not built with ThreadSanitizer: its own locks (event queues, QWaitCondition,
 # the network access manager's thread) are invisible, so the allocations and copies Qt makes
 # inside its libraries would look unordered. ignore_noninstrumented_modules drops only the
