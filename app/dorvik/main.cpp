@@ -72,6 +72,9 @@ int main(int argc, char **argv)
     }
     OnlinePage::prepareApplication();
     QApplication app(argc, argv);
+    // Caught from here on: a quit asked for while the program is still starting (the session
+    // ending, a service manager) is honoured once the event loop runs, like any other.
+    UnixSignals signals({SIGINT, SIGTERM});
     QApplication::setApplicationName(QStringLiteral("dorvik"));
     QApplication::setApplicationVersion(QStringLiteral(DORVIK_VERSION));
     QApplication::setApplicationDisplayName(QStringLiteral("dorvik"));
@@ -108,7 +111,6 @@ int main(int argc, char **argv)
     }
 
     AppDelegate delegate(&host);
-    UnixSignals signals({SIGINT, SIGTERM});
     QObject::connect(&signals, &UnixSignals::received, &delegate, [&delegate] { delegate.terminate(); });
     delegate.setStartHidden(startsHidden(parser));
     delegate.applicationDidFinishLaunching();
@@ -116,5 +118,6 @@ int main(int argc, char **argv)
     instance.delegate = &delegate;
     instance.windowReady();
     installFirstPaintProbe(delegate.window());
+    DVLOG() << "dorvik " << DORVIK_VERSION << " started, pid " << QCoreApplication::applicationPid();
     return QApplication::exec();
 }

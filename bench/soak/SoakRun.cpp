@@ -8,6 +8,7 @@
 #include "Dial/simulated/SimulatedPlatform.h"
 #include "Util/Clock.h"
 #include "Util/DVEvent.h"
+#include "Util/ThreadHandoff.h"
 
 #include <QEventLoop>
 #include <QFile>
@@ -244,7 +245,7 @@ void SoakRun::dial()
     });
     _host->post([this](DVApp &app) {
         const QString name = app.pin();
-        QMetaObject::invokeMethod(this, [this, name] {
+        ThreadHandoff::post(this, [this, name] {
             if (!_dialNames.insert(name).second)
                 ++_repeatedDialNames;
         });
@@ -353,7 +354,7 @@ void SoakRun::measure()
     _host->post([this](DVApp &app) {
         app.queue()->waitUntilAllOperationsAreFinished();
         const int services = _platform->serviceCount();
-        QMetaObject::invokeMethod(this, [this, services] {
+        ThreadHandoff::post(this, [this, services] {
             // Let threads and sockets that were told to end do so before counting them.
             QTimer::singleShot(500, this, [this, services] {
                 // Memory the allocator keeps for reuse after the threads that used it ended is

@@ -15,6 +15,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -123,7 +124,9 @@ private:
     void noteError(const DVError &error);
     void noteExchange(const BcomExchange &exchange, qint64 nextWaitMs);
 
-    bool _isConntcted = false;
+    // Written on the controller's thread; read by the bubble center's predicate on the main
+    // thread and by background tasks.
+    std::atomic<bool> _isConntcted{false};
     std::unique_ptr<PPPoE> _pppoe;
     QString _pin;
     std::shared_ptr<OperationQueue> _queue;

@@ -99,6 +99,13 @@ void TokenReuest::fail(const QString &why)
         onOutcome(std::nullopt, why);
 }
 
+void TokenReuest::start()
+{
+    if (isCancelled())
+        return fail(QStringLiteral("连接已断开，令牌请求已取消"));
+    main();
+}
+
 void TokenReuest::main()
 {
     if (!_authName || !_authPwd)

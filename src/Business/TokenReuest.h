@@ -33,9 +33,12 @@ public:
     TokenReuest(const QString &username, const QString &password);
     TokenReuest(TokenSettings settings, const QString &username, const QString &password);
 
+    // A request cancelled before its turn (the link went down) still tells its outcome, so a
+    // caller waiting for the answer is not left to its own time-out.
+    void start() override;
     void main() override;
 
-    // Told the outcome of main() once, on the operation's thread: the parsed answer, or why
+    // Told the outcome of start() once, on the operation's thread: the parsed answer, or why
     // there is none. For callers that need an answer either way (diagnostics, tools).
     std::function<void(const std::optional<TokenNotificationInfo> &info, const QString &why)> onOutcome;
 

@@ -120,6 +120,21 @@ TEST_F(TokenService, AnswersThatAreNotPostedAndRequestsNotSent)
     }
 }
 
+TEST_F(TokenService, CancelledBeforeItsTurnStillAnswersAndSendsNothing)
+{
+    start(QStringLiteral("dorvik-demo"), QString());
+    BizTest::useConfig(config);
+    auto request = std::make_shared<TokenReuest>(QStringLiteral("demo"), QStringLiteral("demo123"));
+    QString why;
+    request->onOutcome = [&why](const std::optional<TokenNotificationInfo> &info, const QString &w) {
+        why = info ? QStringLiteral("answered") : w;
+    };
+    request->cancel();
+    request->start();
+    EXPECT_EQ(why, QStringLiteral("连接已断开，令牌请求已取消"));
+    EXPECT_EQ(server->requests(), 0);
+}
+
 TEST(TokenAnswer, ParsingRules)
 {
     const auto data = TestData::load("business.json"); // the loop must not outlive the document
