@@ -58,7 +58,7 @@ DVApp::DVApp(std::unique_ptr<PPPoE> pppoe, Options options)
     hooks.timeBasedRule = [] { return timeBasedRule(); };
     _redial = std::make_unique<RedialSupervisor>(_options.redialPolicy, _options.clock, std::move(hooks));
     // Bubbles show only while the link is up.
-    bubbleCenter()->setConnectedPredicate([this] { return _isConntcted; });
+    bubbleCenter()->setConnectedPredicate([this] { return _isConntcted.load(); });
     DVEvent::shared().addObserver(
         this, [this](const DVEventObjectPtr &object) { onEventWithObject(object); }, DVEventIdDialStatus,
         OperationQueue::mainQueue());
