@@ -13,6 +13,8 @@
 #include <QScreen>
 #include <QTimer>
 
+#include <utility>
+
 baseWindow::baseWindow(DVAppHost *host, LogInFactory factory, QWidget *parent)
     : QMainWindow(parent)
     , _host(host)
@@ -29,10 +31,19 @@ baseWindow::baseWindow(DVAppHost *host, LogInFactory factory, QWidget *parent)
     DVEvent::shared().addObserver(
         this, [this](const DVEventObjectPtr &object) { stateChange(object); }, DVEventIdDialStatus,
         OperationQueue::mainQueue());
+    _smsObserver = DVNotificationCenter::defaultCenter().addObserverForName(
+        DVNotification::DVNotificationNameSMSVerifyToUI, OperationQueue::mainQueue(),
+        [this](const DVNotificationMessage &message) {
+            if (wifiViewController *online = onlineView())
+                online->onNotification(message);
+            else
+                _pendingSmsQuestion = message;
+        });
 }
 
 baseWindow::~baseWindow()
 {
+    DVNotificationCenter::defaultCenter().removeObserver(_smsObserver);
     DVEvent::shared().removeObserver(this, DVEventIdDialStatus);
 }
 
@@ -103,7 +114,10 @@ void baseWindow::showArea()
 
 void baseWindow::showOnline()
 {
-    setContent(new wifiViewController(_host, _onlineOptions, this), OnlineSize);
+    auto *online = new wifiViewController(_host, _onlineOptions, this);
+    setContent(online, OnlineSize);
+    if (auto question = std::exchange(_pendingSmsQuestion, std::nullopt))
+        online->onNotification(*question);
 }
 
 void baseWindow::stateChange(const DVEventObjectPtr &object)
@@ -123,6 +137,7 @@ void baseWindow::stateChange(const DVEventObjectPtr &object)
         }
         break;
     case DVDialStateDisconnected:
+        _pendingSmsQuestion.reset(); // asked of a link that is gone
         if (auto *login = logInView())
             login->btnStateOn();
         else

@@ -4,11 +4,13 @@
 #include "wifiViewController.h"
 
 #include "Util/DVEvent.h"
+#include "Util/DVNotification.h"
 
 #include <QMainWindow>
 #include <QPointer>
 
 #include <functional>
+#include <optional>
 
 class DVAppHost;
 
@@ -58,4 +60,9 @@ private:
     wifiViewController::Options _onlineOptions;
     QPointer<QWidget> _currentView;
     bool _firstLogIn = true;
+    // The verification asks for the text-message code as soon as the link is up, which can be
+    // before the online view exists (the web page takes a while to set up): the window takes
+    // the question and hands it to the online view once that is shown.
+    DVNotificationCenter::Token _smsObserver = 0;
+    std::optional<DVNotificationMessage> _pendingSmsQuestion;
 };

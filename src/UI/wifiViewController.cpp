@@ -45,15 +45,9 @@ wifiViewController::wifiViewController(DVAppHost *host, Options options, QWidget
         ++currentTime;
         upData();
     });
-    _smsObserver = DVNotificationCenter::defaultCenter().addObserverForName(
-        DVNotification::DVNotificationNameSMSVerifyToUI, OperationQueue::mainQueue(),
-        [this](const DVNotificationMessage &message) { onNotification(message); });
 }
 
-wifiViewController::~wifiViewController()
-{
-    DVNotificationCenter::defaultCenter().removeObserver(_smsObserver);
-}
+wifiViewController::~wifiViewController() = default;
 
 QString wifiViewController::clockText(qint32 seconds)
 {

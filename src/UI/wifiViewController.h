@@ -52,6 +52,7 @@ public:
 
     void showGuideView();
     void showQRcode();
+    // A result of the text-message verification, passed on by the window.
     void onNotification(const DVNotificationMessage &message);
 
 protected:
@@ -81,6 +82,5 @@ private:
     qrCodeViewController *qrCode = nullptr;
     QPointer<GuideView> guide;
     QPointer<SMSVerifyViewController> _smsDialog;
-    DVNotificationCenter::Token _smsObserver = 0;
     bool _welcomeChecked = false;
 };

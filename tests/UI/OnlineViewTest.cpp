@@ -79,6 +79,8 @@ protected:
         auto options = quietOnlineOptions(&opened);
         options.smsTicks = [] { return std::make_unique<ManualTicks>(); };
         window->setOnlineOptions(options);
+        if (askBeforeTheOnlineView)
+            post(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")));
         host->dial(QStringLiteral("demo"), QStringLiteral("demo123"), 0, [](bool, const DVError &) {});
         ASSERT_TRUE(waitFor([this] { return window->onlineView() != nullptr; }));
         view = window->onlineView();
@@ -105,7 +107,23 @@ protected:
     std::unique_ptr<baseWindow> window;
     std::vector<QUrl> opened;
     wifiViewController *view = nullptr;
+    bool askBeforeTheOnlineView = false;
 };
+
+// The question can come before the online view is there (its page takes a while to set up).
+class OnlineViewAskedEarly : public OnlineView
+{
+    void SetUp() override
+    {
+        askBeforeTheOnlineView = true;
+        OnlineView::SetUp();
+    }
+};
+
+TEST_F(OnlineViewAskedEarly, CodeDialogOpensWithTheOnlineView)
+{
+    ASSERT_TRUE(waitFor([&] { return view->smsDialog() && view->smsDialog()->isVisible(); }));
+}
 
 TEST_F(OnlineView, SearchPictureGuideAndFocus)
 {
