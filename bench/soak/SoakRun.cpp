@@ -9,14 +9,13 @@
 #include "Util/Clock.h"
 #include "Util/DVEvent.h"
 #include "Util/ThreadHandoff.h"
+#include "tools/ToolProcess.h"
 
 #include <QEventLoop>
 #include <QFile>
 #include <QNetworkReply>
 #include <QPointer>
-#include <QTcpServer>
 #include <QTimer>
-#include <QUdpSocket>
 
 #include <malloc.h>
 
@@ -44,18 +43,6 @@ constexpr bool kSanitized = false;
 
 const QString kUser = QStringLiteral("demo");
 const QString kPassword = QStringLiteral("demo123");
-
-quint16 freePort(bool udp = false)
-{
-    if (udp) {
-        QUdpSocket s;
-        s.bind(QHostAddress::LocalHost, 0);
-        return s.localPort();
-    }
-    QTcpServer s;
-    s.listen(QHostAddress::LocalHost, 0);
-    return s.serverPort();
-}
 
 // Simulated seconds drawn around a mean, never less than one.
 qint64 draw(std::mt19937 &random, double meanSeconds)
@@ -98,15 +85,8 @@ bool SoakRun::prepareConfiguration(QString *error)
         return false;
     }
     // Every server on a port of its own, so that a soak may run beside the demo or the tests.
-    const auto http = [] { return "http://127.0.0.1:" + std::to_string(freePort()); };
-    const std::string heart = http();
-    config["heart"]["negotiateurl"] = {{"default", heart + "/negotiate"}};
-    config["heart"]["hearbeaturl"] = {{"default", heart + "/heartbeat"}};
-    for (const char *service : {"business", "token", "qrcode", "update"})
-        config[service]["host"] = {{"default", http()}};
-    for (const char *service : {"sms", "dynmicpwd"})
-        config[service]["host"] = {{"default", "127.0.0.1:" + std::to_string(freePort(true))}};
-    _acPort = freePort();
+    moveServersToFreePorts(config);
+    _acPort = freeLocalPort();
 
     _plainConfig = _dir.filePath(QStringLiteral("system.json"));
     const QString encrypted = _dir.filePath(QStringLiteral("system.cfg"));

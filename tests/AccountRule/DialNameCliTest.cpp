@@ -4,7 +4,6 @@
 #include "support/TestData.h"
 
 #include <QDateTime>
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -12,19 +11,9 @@ namespace {
 
 using TestData::json;
 
-struct CliRun
+TestSupport::ProgramRun runCli(const QStringList &args)
 {
-    int code;
-    QByteArray out;
-    QByteArray err;
-};
-
-CliRun runCli(const QStringList &args)
-{
-    QProcess p;
-    p.start(QStringLiteral(DORVIK_CLI_PATH), QStringList{QStringLiteral("dialname")} + args);
-    EXPECT_TRUE(p.waitForFinished(30000));
-    return {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
+    return TestSupport::runProgram(QStringLiteral(DORVIK_CLI_PATH), QStringList{QStringLiteral("dialname")} + args);
 }
 
 // The options of one case; the time given drives the clock too.
@@ -47,8 +36,8 @@ TEST(DialNameCli, PrintsDialNameAndKeptTime)
         if (c.at("account").is_null() || c.contains("callerTime"))
             continue; // the tool always has an account, and its time is the clock's
         SCOPED_TRACE(c.dump());
-        const CliRun r = runCli(argsOf(c, data.at("clock")));
-        EXPECT_EQ(r.code, 0) << r.err.toStdString();
+        const auto r = runCli(argsOf(c, data.at("clock")));
+        EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
         const auto out = json::parse(r.out.toStdString(), nullptr, false);
         ASSERT_TRUE(out.is_object()) << r.out.toStdString();
         EXPECT_EQ(out.begin().key(), "dialName");
@@ -56,10 +45,10 @@ TEST(DialNameCli, PrintsDialNameAndKeptTime)
         EXPECT_EQ(out.value("time", qint64(-1)), c.at("time"));
     }
     // Without --time the dial time is now.
-    const CliRun r =
+    const auto r =
         runCli({QStringLiteral("--rules"), QStringLiteral("timepinV2"), QStringLiteral("--key"), QStringLiteral("k"),
                 QStringLiteral("--mac"), QStringLiteral("aabbccddeeff"), QStringLiteral("alice")});
-    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     const auto out = json::parse(r.out.toStdString(), nullptr, false);
     EXPECT_NEAR(double(out.value("time", qint64(0))), double(QDateTime::currentSecsSinceEpoch()), 60.0);
     EXPECT_EQ(out.value("dialName", std::string()).size(), std::string("alice").size() + 12);
@@ -81,13 +70,13 @@ TEST(DialNameCli, FailuresGoToStderrWithNonZeroExit)
     }
     for (const QStringList &args : bad) {
         SCOPED_TRACE(args.join(u' ').toStdString());
-        const CliRun r = runCli(args);
-        EXPECT_NE(r.code, 0);
+        const auto r = runCli(args);
+        EXPECT_NE(r.exitCode, 0);
         EXPECT_TRUE(r.out.isEmpty()) << r.out.toStdString();
         EXPECT_FALSE(r.err.isEmpty());
     }
-    const CliRun r = runCli({QStringLiteral("--rules"), QStringLiteral("timepinV2"), QStringLiteral("--key"),
-                             QStringLiteral("k"), QStringLiteral("alice")});
+    const auto r = runCli({QStringLiteral("--rules"), QStringLiteral("timepinV2"), QStringLiteral("--key"),
+                           QStringLiteral("k"), QStringLiteral("alice")});
     EXPECT_TRUE(r.err.contains("fatal error while, gen pinv2 faild")) << r.err.toStdString();
 }
 

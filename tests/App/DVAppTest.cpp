@@ -7,9 +7,7 @@
 #include "Conf/UIConf.h"
 #include "Dial/simulated/SimulatedPlatform.h"
 #include "SimHost.h"
-#include "support/TestSupport.h"
-
-#include <QFile>
+#include "support/TestData.h"
 
 #include <gtest/gtest.h>
 
@@ -18,14 +16,6 @@
 
 namespace {
 using json = nlohmann::ordered_json;
-
-json demoConfig()
-{
-    QFile f(TestSupport::sourceTestsDir() + QStringLiteral("/../resources/demo/system.json"));
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-    const QByteArray raw = f.readAll();
-    return json::parse(raw.constData(), raw.constData() + raw.size());
-}
 
 struct Exchanges
 {
@@ -55,7 +45,7 @@ protected:
     void SetUp() override
     {
         SimOptions options;
-        options.config = demoConfig();
+        options.config = TestData::demoConfig();
         options.ephemeralPorts = true;
         ASSERT_TRUE(sim.start(options, {QStringLiteral("heart")}));
         const quint16 port = sim.service(QStringLiteral("heart"))->port();
@@ -110,26 +100,18 @@ TEST_F(DVAppTest, ConnectedTwiceStartsOneHeartbeatNamedAfterTheDialName)
     ASSERT_TRUE(TestSupport::spinUntil([&] { return exchanges.count(QStringLiteral("NOTIFY")) >= 2; }, 10000));
     EXPECT_EQ(exchanges.count(QStringLiteral("NEGOTIATE")), 1u);
 
-    std::lock_guard<std::mutex> lock(exchanges.mutex);
-    const json &content = exchanges.all.front().sent.content;
     const QString pin = app->pin();
     ASSERT_FALSE(pin.isEmpty());
     EXPECT_NE(pin, QStringLiteral("demo")); // the rule changed the account name
-    EXPECT_EQ(QString::fromStdString(content.at("username").get<std::string>()),
-              QString::fromLatin1(pin.toUtf8().toBase64()));
-}
-
-TEST_F(DVAppTest, DisconnectCancelsTheHeartbeatAndNothingIsSentAfterwards)
-{
-    ASSERT_TRUE(dial());
-    ASSERT_TRUE(TestSupport::spinUntil([&] { return exchanges.count(QStringLiteral("NOTIFY")) >= 1; }, 10000));
+    {
+        std::lock_guard<std::mutex> lock(exchanges.mutex);
+        EXPECT_EQ(QString::fromStdString(exchanges.all.front().sent.content.at("username").get<std::string>()),
+                  QString::fromLatin1(pin.toUtf8().toBase64()));
+    }
+    // The dial name is forgotten with the link. (That nothing is sent after a hang-up is checked
+    // end to end in tests/tools/ConnectEndToEndTest.cpp.)
     ASSERT_TRUE(app->stopConn());
-    ASSERT_TRUE(TestSupport::spinUntil([&] { return !app->isConnected(); }));
-    ASSERT_TRUE(TestSupport::spinUntil([&] { return app->queue()->operationCount() == 0; }, 5000));
-    const size_t after = exchanges.size();
-    TestSupport::spinUntil([] { return false; }, 300); // several heartbeat periods at this scale
-    EXPECT_EQ(exchanges.size(), after);
-    EXPECT_TRUE(app->pin().isEmpty());
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return !app->isConnected() && app->pin().isEmpty(); }));
 }
 
 TEST_F(DVAppTest, DisconnectedWhileNotConnectedStillCancelsTheQueue)

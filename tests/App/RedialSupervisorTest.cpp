@@ -2,10 +2,12 @@
 
 #include "App/RedialSupervisor.h"
 #include "AccountRule/DVAccountRule.h"
+#include "support/TestData.h"
 
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <map>
 
 namespace {
 
@@ -69,85 +71,30 @@ struct Harness
 
 TEST(RedialSupervisor, Scenarios)
 {
-    enum Step { Up, Drop, Refuse, Fail, UserDown, HeartEnd, UserHangUp, Wait, Stable };
-    const struct
-    {
-        const char *name;
-        std::vector<Step> steps;
-        std::vector<qint64> delays; // every pause asked for, in order
-        int dials;                  // redials made
-        bool stopped;
-    } cases[] = {
-        {"drops double the pause up to the cap",
-         {Drop, Wait, Drop, Wait, Drop, Wait, Drop, Wait, Drop, Wait, Drop, Wait, Drop, Wait, Drop, Wait, Drop, Wait,
-          Drop},
-         {2000, 4000, 8000, 16000, 32000, 64000, 128000, 256000, 300000, 300000},
-         9,
-         false},
-        {"three refusals in a row stop for good",
-         {Drop, Wait, Refuse, Wait, Refuse, Wait, Refuse, Wait},
-         {2000, 4000, 8000},
-         3,
-         true},
-        {"an accepted log-in breaks the run of refusals",
-         {Refuse, Wait, Refuse, Wait, Up, Drop, Wait, Refuse, Wait, Refuse},
-         {2000, 4000, 8000, 16000, 32000},
-         4,
-         false},
-        {"six starts that never came up stop too (a back-end may not tell a refusal apart)",
-         {Drop, Wait, Fail, Wait, Refuse, Wait, Fail, Wait, Fail, Wait, Fail, Wait, Fail, Wait},
-         {2000, 4000, 8000, 16000, 32000, 64000},
-         6,
-         true},
-        {"the user hanging up never redials", {Up, UserHangUp, UserDown, Wait}, {}, 0, false},
-        {"a hang-up from outside never redials", {Up, UserDown, Wait}, {}, 0, false},
-        {"a hang-up cancels the pending attempt", {Drop, UserHangUp, Wait}, {2000}, 0, false},
-        {"a stable link starts the pauses over",
-         {Drop, Wait, Drop, Wait, Up, Stable, Drop, Wait},
-         {2000, 4000, 2000},
-         3,
-         false},
-        {"a short-lived link does not", {Drop, Wait, Drop, Wait, Up, Drop, Wait}, {2000, 4000, 8000}, 3, false},
-        {"a heartbeat that ended takes the link down and redials", {Up, HeartEnd, UserDown, Wait}, {2000}, 1, false},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+    const auto data = TestData::load("redial.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("scenarios")) {
+        SCOPED_TRACE(c.dump());
         Harness h;
-        for (const Step step : c.steps) {
-            switch (step) {
-            case Up:
-                h.supervisor.linkUp();
-                break;
-            case Drop:
-                h.supervisor.linkDown(Cause::Dropped, QStringLiteral("carrier lost"));
-                break;
-            case Refuse:
-                h.supervisor.linkDown(Cause::Refused, QStringLiteral("refused"));
-                break;
-            case Fail:
-                h.supervisor.linkDown(Cause::Failed, QStringLiteral("the PPP session failed"));
-                break;
-            case UserDown:
-                h.supervisor.linkDown(Cause::UserRequested, QStringLiteral("hung up on request"));
-                break;
-            case HeartEnd:
-                h.supervisor.heartbeatEnded(QStringLiteral("stopped by the reply"));
-                break;
-            case UserHangUp:
-                h.supervisor.userHungUp();
-                break;
-            case Wait:
-                h.runWait();
-                break;
-            case Stable:
-                h.clock->advanceSecs(121);
-                break;
-            }
-        }
-        EXPECT_EQ(h.delays, c.delays);
-        EXPECT_EQ(int(h.dialNames.size()), c.dials);
-        EXPECT_EQ(h.supervisor.stoppedForGood(), c.stopped);
-        if (c.stopped) {
+        const std::map<QString, std::function<void()>> steps = {
+            {QStringLiteral("Up"), [&] { h.supervisor.linkUp(); }},
+            {QStringLiteral("Drop"), [&] { h.supervisor.linkDown(Cause::Dropped, QStringLiteral("carrier lost")); }},
+            {QStringLiteral("Refuse"), [&] { h.supervisor.linkDown(Cause::Refused, QStringLiteral("refused")); }},
+            {QStringLiteral("Fail"),
+             [&] { h.supervisor.linkDown(Cause::Failed, QStringLiteral("the PPP session failed")); }},
+            {QStringLiteral("UserDown"),
+             [&] { h.supervisor.linkDown(Cause::UserRequested, QStringLiteral("hung up on request")); }},
+            {QStringLiteral("HeartEnd"), [&] { h.supervisor.heartbeatEnded(QStringLiteral("stopped by the reply")); }},
+            {QStringLiteral("UserHangUp"), [&] { h.supervisor.userHungUp(); }},
+            {QStringLiteral("Wait"), [&] { h.runWait(); }},
+            {QStringLiteral("Stable"), [&] { h.clock->advanceSecs(121); }},
+        };
+        for (const QString &step : TestData::text(c, "steps").split(u' '))
+            steps.at(step)();
+        EXPECT_EQ(h.delays, c.at("delays").get<std::vector<qint64>>());
+        EXPECT_EQ(int(h.dialNames.size()), c.at("dials").get<int>());
+        const bool stopped = c.at("stopped");
+        EXPECT_EQ(h.supervisor.stoppedForGood(), stopped);
+        if (stopped) {
             EXPECT_EQ(h.reports.back().event, QStringLiteral("stopped"));
             EXPECT_TRUE(h.reports.back().message.contains(QStringLiteral("账号可能已被锁定")));
             EXPECT_TRUE(h.reports.back().message.contains(QStringLiteral("本机时间不准确")));

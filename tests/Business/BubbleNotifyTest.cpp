@@ -4,11 +4,8 @@
 
 #include "BusinessTestSupport.h"
 
-#include "services/BusinessServer.h"
-
 #include "Business/BubbleCenter.h"
 #include "Business/ConfigReq.h"
-#include "Util/OperationQueue.h"
 #include "support/TestData.h"
 
 #include <QDBusArgument>
@@ -86,37 +83,22 @@ void press(quint32 id, const QString &key)
     ASSERT_EQ(r.type(), QDBusMessage::ReplyMessage) << r.errorMessage().toStdString();
 }
 
-class Bubbles : public ::testing::Test
+class Bubbles : public BizTest::BusinessServerTest
 {
 protected:
     void SetUp() override
     {
         if (rigMode().isEmpty())
             GTEST_SKIP() << "needs tests/rigs/notify-session.sh";
-        config = BizTest::demoConfig();
-        ASSERT_TRUE(BizTest::startServices(host, config, {QStringLiteral("business")}));
-        server = static_cast<BusinessServer *>(host.service(QStringLiteral("business")));
-        base = BizTest::local(server->port());
-        BizTest::setDefault(config, "business", "host", base);
-        BizTest::useConfig(config);
-        Conf::setArea(QStringLiteral("1001"));
+        BusinessServerTest::SetUp();
         center.setConnectedPredicate([this] { return connected.load(); });
         center.setUrlOpener([this](const QUrl &url) { opened.push_back(url); });
         if (rigMode() == QLatin1String("service"))
             mock(QStringLiteral("ClearCalls"), {});
     }
 
-    void request()
-    {
-        auto queue = OperationQueue::create();
-        queue->addOperation(std::make_shared<ConfigReq>(base, QStringLiteral("demo"), &center));
-        ASSERT_TRUE(TestSupport::spinUntil([&] { return queue->operationCount() == 0; }, 15000));
-    }
+    void request() { BizTest::runToEnd(std::make_shared<ConfigReq>(base, QStringLiteral("demo"), &center)); }
 
-    SimHost host;
-    BusinessServer *server = nullptr;
-    ordered_json config;
-    QString base;
     BubbleCenter center;
     std::atomic<bool> connected{true};
     std::vector<QUrl> opened;

@@ -3,10 +3,13 @@
 #include "support/LogCapture.h"
 
 #include "SimHost.h"
-#include "support/TestSupport.h"
+#include "services/BusinessServer.h"
+#include "support/TestData.h"
 
 #include "Conf/Conf.h"
+#include "Util/Crypto.h"
 #include "Util/DVNotification.h"
+#include "Util/OperationQueue.h"
 
 #include <QFile>
 #include <QStringList>
@@ -18,15 +21,7 @@
 
 namespace BizTest {
 
-// The demo deployment's configuration as shipped (plain source).
-inline ordered_json demoConfig()
-{
-    QFile f(TestSupport::sourceTestsDir() + QStringLiteral("/../resources/demo/system.json"));
-    if (!f.open(QIODevice::ReadOnly))
-        return ordered_json::object();
-    const QByteArray bytes = f.readAll();
-    return ordered_json::parse(bytes.constBegin(), bytes.constEnd());
-}
+using TestData::demoConfig;
 
 inline void setDefault(ordered_json &config, const char *section, const char *key, const QString &value)
 {
@@ -54,10 +49,44 @@ inline bool startServices(SimHost &host, const ordered_json &config, const QStri
     return host.start(options, services);
 }
 
+inline QString md5Hex(const QString &text)
+{
+    return QString::fromLatin1(Crypto::md5(text.toUtf8()).toHex());
+}
+
 inline QString local(quint16 port, const QString &path = {})
 {
     return QStringLiteral("http://127.0.0.1:%1%2").arg(port).arg(path);
 }
+
+// Runs `op` as the controller does, on a work queue, to its end.
+inline void runToEnd(const std::shared_ptr<Operation> &op)
+{
+    auto queue = OperationQueue::create();
+    queue->addOperation(op);
+    ASSERT_TRUE(TestSupport::spinUntil([&] { return queue->operationCount() == 0; }, 15000));
+}
+
+// The demo configuration, area 1001, with its business server simulated on a free port.
+class BusinessServerTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        config = demoConfig();
+        ASSERT_TRUE(startServices(host, config, {QStringLiteral("business")}));
+        server = static_cast<BusinessServer *>(host.service(QStringLiteral("business")));
+        base = local(server->port());
+        setDefault(config, "business", "host", base);
+        useConfig(config);
+        Conf::setArea(QStringLiteral("1001"));
+    }
+
+    SimHost host;
+    BusinessServer *server = nullptr;
+    ordered_json config;
+    QString base;
+};
 
 // Collects the notifications of one name, delivered on whatever thread posts them.
 class Observed

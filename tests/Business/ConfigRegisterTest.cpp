@@ -2,13 +2,10 @@
 
 #include "BusinessTestSupport.h"
 
-#include "services/BusinessServer.h"
-
 #include "Business/ConfigReq.h"
 #include "Business/Register.h"
 #include "Conf/ReceivedConf.h"
 #include "Util/DVEnv.h"
-#include "Util/OperationQueue.h"
 #include "support/TestData.h"
 
 #include <gtest/gtest.h>
@@ -17,32 +14,10 @@ using Logs = LogCapture;
 
 namespace {
 
-class BusinessRequests : public ::testing::Test
+class BusinessRequests : public BizTest::BusinessServerTest
 {
 protected:
-    void SetUp() override
-    {
-        config = BizTest::demoConfig();
-        ASSERT_TRUE(BizTest::startServices(host, config, {QStringLiteral("business")}));
-        server = static_cast<BusinessServer *>(host.service(QStringLiteral("business")));
-        base = BizTest::local(server->port());
-        BizTest::setDefault(config, "business", "host", base);
-        BizTest::useConfig(config);
-        Conf::setArea(QStringLiteral("1001"));
-    }
-
-    // Runs the operation as the controller does: on a work queue.
-    void run(std::shared_ptr<Operation> op)
-    {
-        auto queue = OperationQueue::create();
-        queue->addOperation(op);
-        ASSERT_TRUE(TestSupport::spinUntil([&] { return queue->operationCount() == 0; }, 15000));
-    }
-
-    SimHost host;
-    BusinessServer *server = nullptr;
-    ordered_json config;
-    QString base;
+    static void run(std::shared_ptr<Operation> op) { BizTest::runToEnd(op); }
 };
 
 TEST_F(BusinessRequests, ConfigBodyStopsAtFirstAbsentValueAndTabAddressRules)
@@ -89,21 +64,15 @@ TEST_F(BusinessRequests, ConfigBodyStopsAtFirstAbsentValueAndTabAddressRules)
 
 TEST_F(BusinessRequests, TransportAndStatusFailuresAreOneLogLine)
 {
-    {
+    const std::pair<QString, QString> cases[] = {
+        {QStringLiteral("http://127.0.0.1:1"), QStringLiteral("config request failed,")},
+        {QStringLiteral("http://[bad"), QStringLiteral("url init failed")},
+        {base + QStringLiteral("/nowhere"), QStringLiteral("config request failed, http status code 404")},
+    };
+    for (const auto &[address, line] : cases) {
         Logs logs;
-        run(std::make_shared<ConfigReq>(QStringLiteral("http://127.0.0.1:1"), QStringLiteral("demo")));
-        EXPECT_TRUE(logs.contains(QStringLiteral("config request failed,"))) << logs.all().join(u'|').toStdString();
-    }
-    {
-        Logs logs;
-        run(std::make_shared<ConfigReq>(QStringLiteral("http://[bad"), QStringLiteral("demo")));
-        EXPECT_TRUE(logs.has(QStringLiteral("url init failed")));
-    }
-    {
-        Logs logs;
-        run(std::make_shared<ConfigReq>(base + QStringLiteral("/nowhere"), QStringLiteral("demo")));
-        EXPECT_TRUE(logs.has(QStringLiteral("config request failed, http status code 404")))
-            << logs.all().join(u'|').toStdString();
+        run(std::make_shared<ConfigReq>(address, QStringLiteral("demo")));
+        EXPECT_TRUE(logs.contains(line)) << logs.all().join(u'|').toStdString();
     }
 }
 

@@ -180,29 +180,11 @@ TEST_F(QrLogin, ServiceFaults)
 
 TEST(QrCodeDialProperties, RefusalsAndTheirWords)
 {
-    struct Case
-    {
-        const char *name;
-        std::optional<QString> host, encodeKey, decodeKey, dialType, ip, mac;
-        const char *logLine;
-    };
-    const QString h = QStringLiteral("http://127.0.0.1:9");
-    const QString k = QStringLiteral("k");
-    const QString t = QStringLiteral("PPPoE");
-    const QString ip = QStringLiteral("10.0.0.8");
-    const QString mac = QStringLiteral("52:54:00:12:34:56");
-    const Case cases[] = {
-        {"no mac", h, k, k, t, ip, QString(), "qrcode error, mac address is nil or empty "},
-        {"no ip", h, k, k, t, std::nullopt, mac, "qrcode error, IP address is nil or empty "},
-        {"ftp host", QStringLiteral("ftp://x/"), k, k, t, ip, mac, "qrcode request failed, host format error"},
-        {"no host", std::nullopt, k, k, t, ip, mac, "qrcode request failed, host format error"},
-        {"no decode key", h, k, QString(), t, ip, mac, "qrcode error, decodeKey is nil or empty "},
-        {"no encode key", h, std::nullopt, k, t, ip, mac, "qrcode error, decodeKey is nil or empty "},
-        {"no dial type", h, k, k, QString(), ip, mac, "qrcode error, dial type is nil or empty "},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        QrCodeDial dial(c.host, c.encodeKey, c.decodeKey, c.dialType, c.ip, c.mac);
+    const auto data = TestData::load("business.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("qrRefusals")) {
+        SCOPED_TRACE(c.dump());
+        const auto o = [&](const char *key) { return TestData::opt(c, key); };
+        QrCodeDial dial(o("host"), o("encodeKey"), o("decodeKey"), o("dialType"), o("ip"), o("mac"));
         BizTest::Observed seen(DVNotification::DVNotificationNameQRcode);
         Logs logs;
         dial.doRequest();
@@ -212,8 +194,10 @@ TEST(QrCodeDialProperties, RefusalsAndTheirWords)
         ASSERT_TRUE(p && p->err);
         EXPECT_EQ(p->err->code, 0);
         EXPECT_TRUE(p->qrCodeContent.isEmpty());
-        EXPECT_TRUE(logs.has(QString::fromUtf8(c.logLine))) << logs.all().join(u'|').toStdString();
+        EXPECT_TRUE(logs.has(TestData::text(c, "log"))) << logs.all().join(u'|').toStdString();
     }
+    const QString h = QStringLiteral("http://127.0.0.1:9"), k = QStringLiteral("k"), t = QStringLiteral("PPPoE"),
+                  ip = QStringLiteral("10.0.0.8"), mac = QStringLiteral("52:54:00:12:34:56");
     QrCodeDial fresh(h, k, k, t, ip, mac);
     Logs logs;
     EXPECT_FALSE(fresh.doCheck());

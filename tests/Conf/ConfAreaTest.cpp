@@ -11,16 +11,9 @@ using namespace ConfTest;
 
 namespace {
 
-class ConfAreaTest : public ::testing::Test
+class ConfAreaTest : public Fixture
 {
 protected:
-    void SetUp() override
-    {
-        resetPreferences();
-        Conf::setArea(QString());
-    }
-    void TearDown() override { Conf::setArea(QString()); }
-
     // A configuration whose one setting holds `value`.
     static std::unique_ptr<Conf> withValue(const std::string &path, const ordered_json &value)
     {

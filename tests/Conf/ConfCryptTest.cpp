@@ -2,6 +2,7 @@
 #include "ConfTestSupport.h"
 
 #include "Conf/ConfCrypt.h"
+#include "support/TestSupport.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -20,11 +21,8 @@ QByteArray readFile(const QString &path)
 
 QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes)
 {
-    const QString path = dir.filePath(name);
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-    return path;
+    EXPECT_TRUE(TestSupport::writeFile(dir.filePath(name), bytes));
+    return dir.filePath(name);
 }
 
 TEST(ConfCryptTest, ShippedFileDecryptsToItsSourceAndLoads)

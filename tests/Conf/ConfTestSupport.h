@@ -4,6 +4,8 @@
 
 #include "Conf/Conf.h"
 
+#include <gtest/gtest.h>
+
 #include <string>
 
 namespace ConfTest {
@@ -21,5 +23,21 @@ ordered_json shippedSource();
 void resetPreferences();
 
 using LogCapture = ::LogCapture;
+
+// Each test starts with no preference and no area, and leaves no area and no shared configuration.
+class Fixture : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        resetPreferences();
+        Conf::setArea(QString());
+    }
+    void TearDown() override
+    {
+        Conf::setArea(QString());
+        Conf::setShared(nullptr);
+    }
+};
 
 } // namespace ConfTest

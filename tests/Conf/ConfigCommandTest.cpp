@@ -3,9 +3,8 @@
 
 #include "Conf/ConfCrypt.h"
 #include "Util/UserDefaults.h"
+#include "support/TestSupport.h"
 
-#include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -14,27 +13,14 @@ using namespace ConfTest;
 
 namespace {
 
-struct CliRun
+TestSupport::ProgramRun cli(const QStringList &args)
 {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-    QStringList errLines() const { return QString::fromUtf8(err).split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
-};
+    return TestSupport::runProgram(QStringLiteral(DORVIK_CLI_PROGRAM), QStringList{QStringLiteral("config")} + args);
+}
 
-CliRun cli(const QStringList &args, const QByteArray &input = QByteArray())
+QStringList errLines(const TestSupport::ProgramRun &r)
 {
-    QProcess p;
-    p.start(QStringLiteral(DORVIK_CLI_PROGRAM), QStringList{QStringLiteral("config")} + args);
-    EXPECT_TRUE(p.waitForStarted());
-    p.write(input);
-    p.closeWriteChannel();
-    EXPECT_TRUE(p.waitForFinished(60000));
-    CliRun r;
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    return r;
+    return QString::fromUtf8(r.err).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
 // The value that applies in `area`, resolved here from the plain source without the code
@@ -68,7 +54,7 @@ TEST_F(ConfigCommandTest, GetResolvesTheRequestedOrRememberedArea)
     for (const char *area : {"1002", "1002:02:03:05:2", "no-such-area"})
         for (const std::string &path : paths) {
             SCOPED_TRACE(std::string(area) + " " + path);
-            const CliRun r = cli(
+            const auto r = cli(
                 {QStringLiteral("get"), QStringLiteral("--area"), QLatin1String(area), QString::fromStdString(path)});
             const auto expected = expectedValue(source, path, area);
             EXPECT_EQ(r.exitCode == 0, expected.has_value()) << r.err.toStdString();
@@ -79,7 +65,7 @@ TEST_F(ConfigCommandTest, GetResolvesTheRequestedOrRememberedArea)
 
     // Without --area the area the user chose last applies.
     UserDefaults::saveValue(QStringLiteral("1002"), PrefKey::areacode);
-    const CliRun r = cli({QStringLiteral("get"), QStringLiteral("heart.interval")});
+    const auto r = cli({QStringLiteral("get"), QStringLiteral("heart.interval")});
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     EXPECT_EQ(ordered_json::parse(r.out.toStdString()), expectedValue(source, "heart.interval", "1002"));
 }
@@ -89,10 +75,8 @@ TEST_F(ConfigCommandTest, GetReportsBadFilesAndRequestsInOneLine)
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     auto write = [&](const QString &name, const QByteArray &bytes) {
-        QFile f(dir.filePath(name));
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-        return f.fileName();
+        EXPECT_TRUE(TestSupport::writeFile(dir.filePath(name), bytes));
+        return dir.filePath(name);
     };
     ordered_json incomplete = completeConfig();
     erasePath(incomplete, "heart.key");
@@ -128,19 +112,19 @@ TEST_F(ConfigCommandTest, GetReportsBadFilesAndRequestsInOneLine)
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        const CliRun r = cli(QStringList{QStringLiteral("get")} + c.args);
+        const auto r = cli(QStringList{QStringLiteral("get")} + c.args);
         EXPECT_NE(r.exitCode, 0);
         EXPECT_TRUE(r.out.isEmpty());
-        ASSERT_FALSE(r.errLines().isEmpty());
-        EXPECT_TRUE(r.errLines().first().contains(QLatin1String(c.mentioned))) << r.err.toStdString();
+        ASSERT_FALSE(errLines(r).isEmpty());
+        EXPECT_TRUE(errLines(r).first().contains(QLatin1String(c.mentioned))) << r.err.toStdString();
         if (std::string(c.name) != "nothing asked") {
-            EXPECT_EQ(r.errLines().size(), 1) << r.err.toStdString();
+            EXPECT_EQ(errLines(r).size(), 1) << r.err.toStdString();
         }
     }
 
     // The same sparse file answers for the area that has the value.
-    const CliRun ok = cli({QStringLiteral("get"), QStringLiteral("--file"), sparseFile, QStringLiteral("--area"),
-                           QStringLiteral("1001"), QStringLiteral("heart.key")});
+    const auto ok = cli({QStringLiteral("get"), QStringLiteral("--file"), sparseFile, QStringLiteral("--area"),
+                         QStringLiteral("1001"), QStringLiteral("heart.key")});
     EXPECT_EQ(ok.exitCode, 0);
     EXPECT_EQ(ok.out, QByteArray("\"k\"\n"));
 }

@@ -3,6 +3,7 @@
 
 #include "Conf/ReceivedConf.h"
 #include "Util/UserDefaults.h"
+#include "support/TestData.h"
 
 #include <QSettings>
 
@@ -12,20 +13,9 @@ using namespace ConfTest;
 
 namespace {
 
-class ReceivedConfTest : public ::testing::Test
+class ReceivedConfTest : public Fixture
 {
 protected:
-    void SetUp() override
-    {
-        resetPreferences();
-        Conf::setArea(QString());
-    }
-    void TearDown() override
-    {
-        Conf::setArea(QString());
-        Conf::setShared(nullptr);
-    }
-
     static QStringList storedKeys()
     {
         return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("dorvik"),
@@ -108,23 +98,14 @@ TEST_F(ReceivedConfTest, TabAddressFromTheServerWinsOnlyWhenItIsAUrl)
     Conf::setArea(QStringLiteral("1001"));
 
     const QString file = QStringLiteral("http://file.example/ad");
-    EXPECT_EQ(conf->tab.getUrl(), file); // nothing received
-    // The first two are taken; the others are no usable address.
-    const char *const addresses[] = {"http://10.1.2.3/portal",
-                                     "https://ad.example:8443/p?x=1#top",
-                                     "",
-                                     "not a url",
-                                     "ad.example/page",
-                                     "/relative/page",
-                                     "http://",
-                                     "file:///etc/passwd",
-                                     "http://bad host/",
-                                     "http://[::1/"};
-    for (size_t i = 0; i < std::size(addresses); ++i) {
-        SCOPED_TRACE(addresses[i]);
+    EXPECT_EQ(conf->tab.getUrl(), file);           // nothing received
+    const auto data = TestData::load("conf.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("tabAddresses")) {
+        SCOPED_TRACE(c.dump());
         resetPreferences();
-        conf->tab.setTabUrl(QString::fromUtf8(addresses[i]));
-        EXPECT_EQ(conf->tab.getUrl(), i < 2 ? QString::fromUtf8(addresses[i]) : file);
+        const QString address = TestData::text(c, "address");
+        conf->tab.setTabUrl(address);
+        EXPECT_EQ(conf->tab.getUrl(), c.at("taken").get<bool>() ? address : file);
     }
 
     // The received address is kept per area and never replaces the file's value.

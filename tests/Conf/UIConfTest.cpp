@@ -2,9 +2,7 @@
 // preferences.
 #include "ConfTestSupport.h"
 
-#include "Conf/ReceivedConf.h"
 #include "Conf/UIConf.h"
-#include "Util/UserDefaults.h"
 #include "support/TestData.h"
 
 #include <gtest/gtest.h>
@@ -13,19 +11,9 @@ using namespace ConfTest;
 
 namespace {
 
-class UIConfTest : public ::testing::Test
+class UIConfTest : public Fixture
 {
 protected:
-    void SetUp() override
-    {
-        resetPreferences();
-        Conf::setArea(QString());
-    }
-    void TearDown() override
-    {
-        Conf::setArea(QString());
-        Conf::setShared(nullptr);
-    }
     static void share(const ordered_json &root)
     {
         auto conf = load(root);
@@ -56,30 +44,6 @@ TEST_F(UIConfTest, LinksAreHiddenWithoutAUsableAddressOrWithAnEmptyCaption)
             // The other link is untouched.
             EXPECT_TRUE(website ? ui.ifPwdLinkHidden() : ui.ifWebSiteHidden());
         }
-}
-
-TEST_F(UIConfTest, ForgettingTheInterfaceSwitchAlsoForgetsTheInterface)
-{
-    UIConf &ui = UIConf::shared();
-    struct Case
-    {
-        bool remember;
-        std::optional<QString> interfaceAfter;
-    };
-    const std::vector<Case> cases = {{true, QStringLiteral("enp3s0")}, {false, std::nullopt}};
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.remember);
-        UserConf().setDefaultInterface(QStringLiteral("enp3s0"));
-        ui.setRememberInterface(c.remember);
-        EXPECT_EQ(ui.ifRememberInterface(), c.remember);
-        EXPECT_EQ(UserConf().getDefaultInterface(), c.interfaceAfter);
-    }
-    // Switching it off leaves the password memory and automatic log-in alone.
-    ui.setRememberPWd(true);
-    ui.setAutoLogin(true);
-    ui.setRememberInterface(false);
-    EXPECT_TRUE(ui.ifRememberPWd());
-    EXPECT_TRUE(ui.ifAutoLogin());
 }
 
 } // namespace

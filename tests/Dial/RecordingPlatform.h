@@ -1,254 +1,149 @@
 #pragma once
 
-#include "Dial/PPPoEPlatform.h"
+#include "Dial/simulated/SimulatedPlatform.h"
 
 #include <QSet>
 #include <QStringList>
 
-#include <algorithm>
-#include <memory>
-#include <vector>
-
-// A platform whose state the test sets up directly and which records every call by name.
-// The kernel here has no PPP, so the manager's logic runs against this instead of a real
-// system configuration. It behaves as the system does where the manager can tell: a lock
-// that one session cannot take twice, services that carry a name, an enabled flag and an
-// interface, connections that keep their start options.
-// A call whose name is in `failing` fails (with error 1001).
-class RecordingPlatform : public PPPoEPlatform
+// The simulated machine, recording by name every call that changes the system configuration
+// or a connection. A call whose name is in `failing` fails without reaching the machine, with
+// error 1001 ("Failed!"); `forcedStatus` makes every connection report that status.
+class RecordingPlatform : public SimulatedPlatform
 {
+    using Base = SimulatedPlatform;
+
 public:
-    struct Iface : PlatformObject
-    {
-        QString type, bsd, display, mac;
-        std::shared_ptr<Iface> child;
-        std::optional<QVariantMap> config;
-    };
-    struct Service : PlatformObject
-    {
-        QString name, id;
-        bool enabled = true;
-        std::shared_ptr<Iface> iface;
-    };
-    struct Conn : PlatformObject
-    {
-        ConnectionCallback callback;
-        bool scheduled = false;
-        int status = NetworkConnectionDisconnected;
-        QVariantMap startOptions;
-    };
+    using Base::Base;
 
     QStringList calls;
     QSet<QString> failing;
-    std::vector<std::shared_ptr<Service>> setServices;
-    QMap<QString, bool> links;
-    std::vector<std::shared_ptr<Conn>> conns;
-    int initialStatus = NetworkConnectionDisconnected;
-    bool locked = false;
-    int lastError = 0;
-    int nextId = 1;
+    std::optional<int> forcedStatus;
+    QVariantMap lastStartOptions;
 
-    // A network device with its own service in the set, and its link state.
-    std::shared_ptr<Iface> addDevice(const QString &type, const QString &bsd, const QString &display,
-                                     const QString &mac, bool active)
+    // An existing PPP service `name` over the device `bsd`, made as a user would have made it.
+    void addPPPService(const QString &name, const QString &bsd, bool enabled)
     {
-        auto i = std::make_shared<Iface>();
-        i->type = type;
-        i->bsd = bsd;
-        i->display = display;
-        i->mac = mac;
-        auto s = std::make_shared<Service>();
-        s->name = display;
-        s->id = QStringLiteral("dev-") + bsd;
-        s->iface = i;
-        setServices.push_back(s);
-        links.insert(bsd, active);
-        return i;
+        const auto prefs = Base::preferencesCreate({});
+        const auto set = Base::networkSetCopyCurrent(prefs);
+        const auto devices = Base::networkSetCopyServices(set).value();
+        for (const auto &device : devices) {
+            const auto iface = Base::networkServiceGetInterface(device);
+            if (Base::networkInterfaceGetBSDName(iface) != bsd)
+                continue;
+            const auto service = Base::networkServiceCreate(
+                prefs, Base::networkInterfaceCreateWithInterface(iface, PPPoEKey::InterfaceTypePPP));
+            Base::networkServiceSetName(service, name);
+            Base::networkServiceSetEnabled(service, enabled);
+            Base::networkSetAddService(set, service);
+            return;
+        }
     }
-    // An existing PPP service named `name` over `under`.
-    std::shared_ptr<Service> addPPPService(const QString &name, const std::shared_ptr<Iface> &under, bool enabled)
+    // The services of the current set named `name`.
+    std::vector<NetworkServiceRef> servicesNamed(const QString &name)
     {
-        auto ppp = std::make_shared<Iface>();
-        ppp->type = PPPoEKey::InterfaceTypePPP;
-        ppp->child = under;
-        auto s = std::make_shared<Service>();
-        s->name = name;
-        s->id = QStringLiteral("svc-%1").arg(nextId++);
-        s->enabled = enabled;
-        s->iface = ppp;
-        setServices.push_back(s);
-        return s;
-    }
-    std::vector<std::shared_ptr<Service>> servicesNamed(const QString &name) const
-    {
-        std::vector<std::shared_ptr<Service>> out;
-        std::copy_if(setServices.begin(), setServices.end(), std::back_inserter(out),
-                     [&](const auto &s) { return s->name == name; });
+        std::vector<NetworkServiceRef> out;
+        const auto all = Base::networkSetCopyServices(Base::networkSetCopyCurrent(Base::preferencesCreate({}))).value();
+        for (const auto &s : all)
+            if (Base::networkServiceGetName(s) == name)
+                out.push_back(s);
         return out;
+    }
+    QString parentOf(const NetworkServiceRef &s)
+    {
+        return Base::networkInterfaceGetBSDName(Base::networkInterfaceGetInterface(networkServiceGetInterface(s)));
     }
     QString name() const override { return QStringLiteral("recording"); }
 
-    AuthorizationRef authorizationCreate(quint32) override { return made(u"authorizationCreate"); }
-    PreferencesRef preferencesCreateWithAuthorization(const QString &, const AuthorizationRef &) override
+    PreferencesRef preferencesCreate(const QString &n) override
     {
-        return made(u"preferencesCreateWithAuthorization");
+        return rec(u"preferencesCreate") ? Base::preferencesCreate(n) : nullptr;
     }
-    PreferencesRef preferencesCreate(const QString &) override { return made(u"preferencesCreate"); }
-    bool preferencesSetCallback(const PreferencesRef &, PreferencesCallback) override
+    bool preferencesLock(const PreferencesRef &p, bool w) override
     {
-        return rec(u"preferencesSetCallback");
+        return rec(u"preferencesLock") && Base::preferencesLock(p, w);
     }
-    bool preferencesScheduleWithRunLoop(const PreferencesRef &) override
+    bool preferencesUnlock(const PreferencesRef &p) override
     {
-        return rec(u"preferencesScheduleWithRunLoop");
+        return rec(u"preferencesUnlock") && Base::preferencesUnlock(p);
     }
-    bool preferencesUnscheduleFromRunLoop(const PreferencesRef &) override
+    bool preferencesCommitChanges(const PreferencesRef &p) override
     {
-        return rec(u"preferencesUnscheduleFromRunLoop");
+        return rec(u"commit") && Base::preferencesCommitChanges(p);
     }
-    bool preferencesLock(const PreferencesRef &, bool) override
+    bool preferencesApplyChanges(const PreferencesRef &p) override
     {
-        return rec(u"preferencesLock") && !locked ? (locked = true) : fail();
+        return rec(u"apply") && Base::preferencesApplyChanges(p);
     }
-    bool preferencesUnlock(const PreferencesRef &) override
+    NetworkSetRef networkSetCopyCurrent(const PreferencesRef &p) override
     {
-        return rec(u"preferencesUnlock") && locked ? !(locked = false) : fail();
+        return rec(u"networkSetCopyCurrent") ? Base::networkSetCopyCurrent(p) : nullptr;
     }
-    bool preferencesCommitChanges(const PreferencesRef &) override { return rec(u"commit"); }
-    bool preferencesApplyChanges(const PreferencesRef &) override { return rec(u"apply"); }
-    void preferencesSynchronize(const PreferencesRef &) override { rec(u"synchronize"); }
-
-    NetworkSetRef networkSetCopyCurrent(const PreferencesRef &) override { return made(u"networkSetCopyCurrent"); }
-    std::optional<std::vector<NetworkServiceRef>> networkSetCopyServices(const NetworkSetRef &) override
+    std::optional<std::vector<NetworkServiceRef>> networkSetCopyServices(const NetworkSetRef &s) override
     {
-        if (!rec(u"networkSetCopyServices"))
-            return std::nullopt;
-        return std::vector<NetworkServiceRef>(setServices.begin(), setServices.end());
+        return rec(u"networkSetCopyServices") ? Base::networkSetCopyServices(s) : std::nullopt;
     }
-    bool networkSetAddService(const NetworkSetRef &, const NetworkServiceRef &s) override
+    bool networkSetAddService(const NetworkSetRef &set, const NetworkServiceRef &s) override
     {
-        return rec(u"networkSetAddService") ? (setServices.push_back(svc(s)), true) : fail();
+        return rec(u"networkSetAddService") && Base::networkSetAddService(set, s);
     }
-
-    NetworkServiceRef networkServiceCreate(const PreferencesRef &, const NetworkInterfaceRef &iface) override
+    NetworkServiceRef networkServiceCreate(const PreferencesRef &p, const NetworkInterfaceRef &i) override
     {
-        if (!rec(u"networkServiceCreate"))
-            return nullptr;
-        auto s = std::make_shared<Service>();
-        s->id = QStringLiteral("svc-%1").arg(nextId++);
-        s->iface = ifc(iface);
-        return s;
+        return rec(u"networkServiceCreate") ? Base::networkServiceCreate(p, i) : nullptr;
     }
-    NetworkInterfaceRef networkServiceGetInterface(const NetworkServiceRef &s) override { return svc(s)->iface; }
-    QString networkServiceGetName(const NetworkServiceRef &s) override { return svc(s)->name; }
-    bool networkServiceSetName(const NetworkServiceRef &s, const QString &name) override
+    bool networkServiceSetName(const NetworkServiceRef &s, const QString &n) override
     {
-        return rec(u"networkServiceSetName") ? (svc(s)->name = name, true) : fail();
+        return rec(u"networkServiceSetName") && Base::networkServiceSetName(s, n);
     }
-    bool networkServiceGetEnabled(const NetworkServiceRef &s) override { return svc(s)->enabled; }
-    bool networkServiceSetEnabled(const NetworkServiceRef &s, bool enabled) override
+    bool networkServiceSetEnabled(const NetworkServiceRef &s, bool e) override
     {
-        return rec(u"networkServiceSetEnabled") ? (svc(s)->enabled = enabled, true) : fail();
+        return rec(u"networkServiceSetEnabled") && Base::networkServiceSetEnabled(s, e);
     }
     bool networkServiceRemove(const NetworkServiceRef &s) override
     {
-        if (!rec(u"networkServiceRemove"))
-            return fail();
-        setServices.erase(std::remove(setServices.begin(), setServices.end(), svc(s)), setServices.end());
-        return true;
+        return rec(u"networkServiceRemove") && Base::networkServiceRemove(s);
     }
-    bool networkServiceEstablishDefaultConfiguration(const NetworkServiceRef &) override
+    NetworkInterfaceRef networkInterfaceCreateWithInterface(const NetworkInterfaceRef &c, const QString &t) override
     {
-        return rec(u"networkServiceEstablishDefaultConfiguration");
+        return rec(u"networkInterfaceCreateWithInterface") ? Base::networkInterfaceCreateWithInterface(c, t) : nullptr;
     }
-    QString networkServiceGetServiceID(const NetworkServiceRef &s) override { return svc(s)->id; }
-
-    QString networkInterfaceGetInterfaceType(const NetworkInterfaceRef &i) override { return ifc(i)->type; }
-    QString networkInterfaceGetLocalizedDisplayName(const NetworkInterfaceRef &i) override { return ifc(i)->display; }
-    QString networkInterfaceGetBSDName(const NetworkInterfaceRef &i) override { return ifc(i)->bsd; }
-    QString networkInterfaceGetHardwareAddressString(const NetworkInterfaceRef &i) override { return ifc(i)->mac; }
-    NetworkInterfaceRef networkInterfaceGetInterface(const NetworkInterfaceRef &i) override { return ifc(i)->child; }
-    NetworkInterfaceRef networkInterfaceCreateWithInterface(const NetworkInterfaceRef &child,
-                                                            const QString &type) override
+    bool networkInterfaceSetConfiguration(const NetworkInterfaceRef &i, const QVariantMap &c) override
     {
-        if (!rec(u"networkInterfaceCreateWithInterface"))
-            return nullptr;
-        auto i = std::make_shared<Iface>();
-        i->type = type;
-        i->child = ifc(child);
-        return i;
+        return rec(u"networkInterfaceSetConfiguration") && Base::networkInterfaceSetConfiguration(i, c);
     }
-    std::optional<QVariantMap> networkInterfaceGetConfiguration(const NetworkInterfaceRef &i) override
+    NetworkConnectionRef networkConnectionCreateWithServiceID(const QString &id, ConnectionCallback cb) override
     {
-        return ifc(i)->config;
-    }
-    bool networkInterfaceSetConfiguration(const NetworkInterfaceRef &i, const QVariantMap &config) override
-    {
-        return rec(u"networkInterfaceSetConfiguration") ? (ifc(i)->config = config, true) : fail();
-    }
-
-    NetworkConnectionRef networkConnectionCreateWithServiceID(const QString &, ConnectionCallback cb) override
-    {
-        if (!rec(u"networkConnectionCreateWithServiceID"))
-            return nullptr;
-        auto c = std::make_shared<Conn>();
-        c->callback = std::move(cb);
-        c->status = initialStatus;
-        conns.push_back(c);
-        return c;
+        return rec(u"networkConnectionCreateWithServiceID") ? Base::networkConnectionCreateWithServiceID(id, cb)
+                                                            : nullptr;
     }
     bool networkConnectionScheduleWithRunLoop(const NetworkConnectionRef &c) override
     {
-        return rec(u"networkConnectionScheduleWithRunLoop") ? (con(c)->scheduled = true) : fail();
+        return rec(u"networkConnectionScheduleWithRunLoop") && Base::networkConnectionScheduleWithRunLoop(c);
     }
     bool networkConnectionUnscheduleFromRunLoop(const NetworkConnectionRef &c) override
     {
-        rec(u"networkConnectionUnscheduleFromRunLoop");
-        return !(con(c)->scheduled = false);
+        return rec(u"networkConnectionUnscheduleFromRunLoop") && Base::networkConnectionUnscheduleFromRunLoop(c);
     }
-    int networkConnectionGetStatus(const NetworkConnectionRef &c) override { return con(c)->status; }
-    bool networkConnectionStart(const NetworkConnectionRef &c, const QVariantMap &options, bool) override
+    int networkConnectionGetStatus(const NetworkConnectionRef &c) override
     {
-        return rec(u"networkConnectionStart") ? (con(c)->startOptions = options, true) : fail();
+        return forcedStatus.value_or(Base::networkConnectionGetStatus(c));
     }
-    bool networkConnectionStop(const NetworkConnectionRef &, bool) override
+    bool networkConnectionStart(const NetworkConnectionRef &c, const QVariantMap &options, bool linger) override
     {
-        return rec(u"networkConnectionStop") || fail();
+        lastStartOptions = options;
+        return rec(u"networkConnectionStart") && Base::networkConnectionStart(c, options, linger);
     }
-    std::optional<QVariantMap> networkConnectionCopyExtendedStatus(const NetworkConnectionRef &) override
+    bool networkConnectionStop(const NetworkConnectionRef &c, bool force) override
     {
-        return std::nullopt;
+        return rec(u"networkConnectionStop") && Base::networkConnectionStop(c, force);
     }
-
-    DynamicStoreRef dynamicStoreCreate(const QString &) override { return std::make_shared<PlatformObject>(); }
-    std::optional<QVariantMap> dynamicStoreCopyValue(const DynamicStoreRef &, const QString &key) override
-    {
-        for (auto it = links.cbegin(); it != links.cend(); ++it) {
-            if (key == QStringLiteral("State:/Network/Interface/%1/Link").arg(it.key()))
-                return QVariantMap{{PPPoEKey::LinkActive, it.value()}};
-        }
-        return std::nullopt;
-    }
-    int scError() override { return lastError; }
-    QString scErrorString(int code) override { return code == 1001 ? QStringLiteral("Failed!") : QStringLiteral("?"); }
-    qint64 systemUptimeSeconds() override { return 0; }
+    int scError() override { return _injected ? PlatformStatus::Failed : Base::scError(); }
 
 private:
     bool rec(QStringView call)
     {
         calls << call.toString();
-        return failing.contains(call.toString()) ? fail() : true;
+        _injected = failing.contains(calls.last());
+        return !_injected;
     }
-    std::shared_ptr<PlatformObject> made(QStringView call)
-    {
-        return rec(call) ? std::make_shared<PlatformObject>() : nullptr;
-    }
-    bool fail()
-    {
-        lastError = 1001;
-        return false;
-    }
-    static std::shared_ptr<Service> svc(const NetworkServiceRef &s) { return std::static_pointer_cast<Service>(s); }
-    static std::shared_ptr<Iface> ifc(const NetworkInterfaceRef &i) { return std::static_pointer_cast<Iface>(i); }
-    static std::shared_ptr<Conn> con(const NetworkConnectionRef &c) { return std::static_pointer_cast<Conn>(c); }
+    bool _injected = false;
 };

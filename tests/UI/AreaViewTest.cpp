@@ -5,6 +5,7 @@
 
 #include "Conf/Conf.h"
 #include "Util/UserDefaults.h"
+#include "support/TestData.h"
 
 #include <gtest/gtest.h>
 
@@ -53,55 +54,36 @@ protected:
 
 TEST_F(AreaViewTest, CommitStoresTheAreaCodeOrAsks)
 {
-    struct Case
-    {
-        const char *name;
-        std::vector<int> path; // index chosen in each list, top down
-        QStringList operators; // the visible operator buttons; none means the box is hidden
-        std::optional<int> operatorButton;
-        QString code;  // stored on success
-        QString alert; // shown instead
-    };
-    const QStringList three{QStringLiteral("电信"), QStringLiteral("联通"), QStringLiteral("移动")};
-    const std::vector<Case> cases = {
-        {"province alone", {0}, {}, {}, QStringLiteral("1001"), {}},
-        {"college with operators, second chosen", {1, 0, 0, 0}, three, 1, QStringLiteral("1002:02:03:05:2"), {}},
-        {"college with operators, none chosen", {1, 0, 0, 0}, three, {}, {}, QStringLiteral("请选择运营商")},
-        {"college without operators", {1, 0, 0, 1}, {}, {}, QStringLiteral("1002:02:03:06"), {}},
-        {"two operators, second chosen",
-         {2, 0, 0, 1},
-         {QStringLiteral("电信"), QStringLiteral("移动")},
-         1,
-         QStringLiteral("1003:01:01:02:3"),
-         {}},
-        {"nothing chosen", {}, {}, {}, {}, QStringLiteral("至少需要选择所在的省")},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
+    const auto data = TestData::load("ui.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("areaCommits")) {
+        SCOPED_TRACE(c.dump());
         SetUp();
-        choose(c.path);
-        EXPECT_EQ(view.customBox->isHidden(), c.operators.isEmpty());
-        QStringList operators;
+        choose(c.at("path").get<std::vector<int>>());
+        QStringList expectedOperators, operators;
+        for (const auto &o : c.at("operators"))
+            expectedOperators << QString::fromStdString(o);
+        EXPECT_EQ(view.customBox->isHidden(), expectedOperators.isEmpty());
         for (QPushButton *button : view.operatorBtn) {
             if (!button->isHidden())
                 operators << button->text();
         }
-        if (!c.operators.isEmpty()) {
-            EXPECT_EQ(operators, c.operators);
+        if (!expectedOperators.isEmpty()) {
+            EXPECT_EQ(operators, expectedOperators);
         }
-        if (c.operatorButton)
-            view.operatorBtn[size_t(*c.operatorButton)]->click();
+        if (c.contains("operatorButton"))
+            view.operatorBtn[c.at("operatorButton").get<size_t>()]->click();
+        const QString code = TestData::text(c, "code"), alert = TestData::text(c, "alert");
         QSignalSpy committed(&view, &areaConfViewController::committed);
         view.commitBtn->click();
 
-        if (c.alert.isEmpty()) {
+        if (alert.isEmpty()) {
             EXPECT_TRUE(MessageBox::shown().empty());
             ASSERT_EQ(committed.size(), 1);
-            EXPECT_EQ(committed.at(0).at(0).toString(), c.code);
-            EXPECT_EQ(Conf::area(), c.code);
-            EXPECT_EQ(UserDefaults::loadValueForKey(PrefKey::areacode).toString(), c.code);
+            EXPECT_EQ(committed.at(0).at(0).toString(), code);
+            EXPECT_EQ(Conf::area(), code);
+            EXPECT_EQ(UserDefaults::loadValueForKey(PrefKey::areacode).toString(), code);
         } else {
-            EXPECT_EQ(alertTexts(), QStringList{c.alert});
+            EXPECT_EQ(alertTexts(), QStringList{alert});
             EXPECT_EQ(committed.size(), 0);
             EXPECT_FALSE(UserDefaults::loadValueForKey(PrefKey::areacode).isValid());
         }

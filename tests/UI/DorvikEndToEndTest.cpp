@@ -24,38 +24,44 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <csignal>
 
 using namespace UiTest;
 using json = nlohmann::ordered_json;
 
 namespace {
 
-using DorvikEndToEnd = Fixture;
-
-TEST_F(DorvikEndToEnd, LogInThroughTheWindowThenDisconnect)
+// The simulator on free ports with `services`, and the client set up as the program does it,
+// with the options a user would give.
+class DorvikEndToEnd : public Fixture
 {
+protected:
+    void startSim(const QString &services, const QStringList &extra = {})
+    {
+        ASSERT_TRUE(writeJsonFile(dir.filePath(QStringLiteral("system.json")), config));
+        ASSERT_TRUE(
+            sim.startReady(QStringList{QStringLiteral("--config"), dir.filePath(QStringLiteral("system.json")),
+                                       QStringLiteral("--area"), QStringLiteral("1001"), QStringLiteral("--port"),
+                                       QStringLiteral("ac=%1").arg(ac), QStringLiteral("--only"), services}
+                           + extra))
+            << sim.standardError().toStdString();
+        Conf::setShared(Conf::fromJson(QByteArray::fromStdString(config.dump())));
+        settings.backend = QStringLiteral("simulated");
+        settings.area = QStringLiteral("1001");
+        settings.accessConcentrator = QUrl(QStringLiteral("http://127.0.0.1:%1/pppoe/auth").arg(ac));
+        settings.heartbeatScale = 20;
+    }
+
     QTemporaryDir dir;
     const json config = demoConfigOnFreePorts();
     const quint16 ac = freeLocalPort();
-    const QString plain = dir.filePath(QStringLiteral("system.json"));
-    ASSERT_TRUE(writeJsonFile(plain, config));
-
     ToolProcess sim{QStringLiteral(DORVIK_SIM)};
-    ASSERT_TRUE(sim.start({QStringLiteral("--config"), plain, QStringLiteral("--area"), QStringLiteral("1001"),
-                           QStringLiteral("--port"), QStringLiteral("ac=%1").arg(ac), QStringLiteral("--only"),
-                           QStringLiteral("heart,business,ac")}));
-    ASSERT_TRUE(sim.waitForLine([](const json &l) { return l.value("event", "") == "ready"; }, 20000))
-        << sim.standardError().toStdString();
-
-    // The client as the program sets it up, with the options a user would give.
-    Conf::setShared(Conf::fromJson(QByteArray::fromStdString(config.dump())));
     ConnectionSetup::Settings settings;
-    settings.backend = QStringLiteral("simulated");
-    settings.area = QStringLiteral("1001");
-    settings.accessConcentrator = QUrl(QStringLiteral("http://127.0.0.1:%1/pppoe/auth").arg(ac));
-    settings.heartbeatScale = 20;
     QString error;
+};
+
+TEST_F(DorvikEndToEnd, LogInThroughTheWindowThenDisconnect)
+{
+    startSim(QStringLiteral("heart,business,ac"));
     ASSERT_TRUE(ConnectionSetup::loadConfiguration(settings, &error)) << error.toStdString();
     {
         DVAppHost host([&] { return ConnectionSetup::makeApp(settings, &error); });
@@ -81,41 +87,19 @@ TEST_F(DorvikEndToEnd, LogInThroughTheWindowThenDisconnect)
         qobject_cast<wifiViewController *>(window->currentView())->disconnButton()->click();
         ASSERT_TRUE(waitFor([&] { return window->logInView() != nullptr; }, 20000));
         EXPECT_EQ(window->size(), baseWindow::LogInSize);
+        EXPECT_EQ(window->logInView()->usernameField()->text(), QStringLiteral("demo"))
+            << "the last account is offered";
     }
 
-    EXPECT_EQ(sim.signalAndWait(SIGINT, 10000), 0);
-    json stats;
-    for (const auto &l : sim.lines())
-        if (l.value("event", "") == "stopped")
-            stats = l.at("stats");
-    EXPECT_EQ(stats["ac"]["accepted"], 1) << "the access concentrator checked the window's dial name";
+    EXPECT_EQ(sim.interruptForStats()["ac"]["accepted"], 1) << "the access concentrator checked the window's dial name";
 }
 
 // The provider asks for a text-message code once the link is up: the dialog opens while online,
 // the right code keeps the link, a wrong one or none ends it.
 TEST_F(DorvikEndToEnd, SmsCodeDialogDecidesTheLink)
 {
-    QTemporaryDir dir;
-    const json config = demoConfigOnFreePorts();
-    const quint16 ac = freeLocalPort();
-    const QString plain = dir.filePath(QStringLiteral("system.json"));
-    ASSERT_TRUE(writeJsonFile(plain, config));
-    ToolProcess sim{QStringLiteral(DORVIK_SIM)};
-    ASSERT_TRUE(
-        sim.start({QStringLiteral("--config"), plain, QStringLiteral("--area"), QStringLiteral("1001"),
-                   QStringLiteral("--port"), QStringLiteral("ac=%1").arg(ac), QStringLiteral("--only"),
-                   QStringLiteral("heart,business,ac,sms"), QStringLiteral("--scenario"), QStringLiteral("sms=code")}));
-    ASSERT_TRUE(sim.waitForLine([](const json &l) { return l.value("event", "") == "ready"; }, 20000))
-        << sim.standardError().toStdString();
-
-    Conf::setShared(Conf::fromJson(QByteArray::fromStdString(config.dump())));
-    ConnectionSetup::Settings settings;
-    settings.backend = QStringLiteral("simulated");
-    settings.area = QStringLiteral("1001");
-    settings.accessConcentrator = QUrl(QStringLiteral("http://127.0.0.1:%1/pppoe/auth").arg(ac));
-    settings.heartbeatScale = 20;
+    startSim(QStringLiteral("heart,business,ac,sms"), {QStringLiteral("--scenario"), QStringLiteral("sms=code")});
     settings.simInterfaces = 1;
-    QString error;
     ASSERT_TRUE(ConnectionSetup::loadConfiguration(settings, &error)) << error.toStdString();
 
     // The verification's own verdict: a result without an error means the code was accepted.
@@ -177,11 +161,7 @@ TEST_F(DorvikEndToEnd, SmsCodeDialogDecidesTheLink)
     }
     DVNotificationCenter::defaultCenter().removeObserver(token);
 
-    EXPECT_EQ(sim.signalAndWait(SIGINT, 10000), 0);
-    json stats;
-    for (const auto &l : sim.lines())
-        if (l.value("event", "") == "stopped")
-            stats = l.at("stats");
+    const json stats = sim.interruptForStats();
     EXPECT_EQ(stats["sms"]["verified"], 1);
     EXPECT_EQ(stats["sms"]["wrongCodes"], 1) << "an empty code is not sent";
 }

@@ -6,7 +6,7 @@
 
 #include "App/DVApp.h"
 #include "Conf/UIConf.h"
-#include "support/TestSupport.h"
+#include "support/TestData.h"
 
 #include <gtest/gtest.h>
 
@@ -162,45 +162,25 @@ TEST_F(NetListTest, FailedDialShowsTheErrorThenCloses)
 
 TEST(NetworkSettingsTest, PrefersTheRunningDesktopsTool)
 {
-    struct Case
-    {
-        const char *name;
-        QStringList installed;
-        QString desktop;
-        QString expected; // empty: none
-    };
-    const std::vector<Case> cases = {
-        {"GNOME with both",
-         {QStringLiteral("nm-connection-editor"), QStringLiteral("gnome-control-center")},
-         QStringLiteral("ubuntu:GNOME"),
-         QStringLiteral("gnome-control-center")},
-        {"unknown desktop",
-         {QStringLiteral("nm-connection-editor"), QStringLiteral("systemsettings")},
-         QStringLiteral("XFCE"),
-         QStringLiteral("nm-connection-editor")},
-        {"KDE without its tool",
-         {QStringLiteral("gnome-control-center")},
-         QStringLiteral("KDE"),
-         QStringLiteral("gnome-control-center")},
-        {"nothing installed", {}, QStringLiteral("KDE"), {}},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
-        QStringList launched;
+    const auto data = TestData::load("ui.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("networkSettings")) {
+        SCOPED_TRACE(c.dump());
+        QStringList installed, launched;
+        for (const auto &program : c.at("installed"))
+            installed << QString::fromStdString(program);
         const NetworkSettings settings(
             [&](const QString &program) {
-                return c.installed.contains(program) ? QStringLiteral("/usr/bin/") + program : QString();
+                return installed.contains(program) ? QStringLiteral("/usr/bin/") + program : QString();
             },
             [&](const QString &program, const QStringList &) {
                 launched << program;
                 return true;
             },
-            c.desktop);
-        const auto outcome = settings.open();
-        EXPECT_EQ(outcome,
-                  c.expected.isEmpty() ? NetworkSettings::Outcome::NotInstalled : NetworkSettings::Outcome::Opened);
-        EXPECT_EQ(launched,
-                  c.expected.isEmpty() ? QStringList() : QStringList{QStringLiteral("/usr/bin/") + c.expected});
+            TestData::text(c, "desktop"));
+        const QString expected = TestData::text(c, "opens"); // empty: none
+        EXPECT_EQ(settings.open(),
+                  expected.isEmpty() ? NetworkSettings::Outcome::NotInstalled : NetworkSettings::Outcome::Opened);
+        EXPECT_EQ(launched, expected.isEmpty() ? QStringList() : QStringList{QStringLiteral("/usr/bin/") + expected});
     }
 }
 

@@ -9,6 +9,8 @@
 #include "SMSVerifyViewController.h"
 #include "qrCodeViewController.h"
 
+#include "support/TestData.h"
+
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
@@ -26,27 +28,13 @@ namespace {
 
 TEST(OnlineText, ClockAndSearchAddress)
 {
-    const struct
-    {
-        qint32 seconds;
-        const char *clock;
-    } clocks[] = {{0, "上网时长  00:00:00"}, {3725, "上网时长  01:02:05"}, {90000, "上网时长  25:00:00"}};
-    for (const auto &c : clocks)
-        EXPECT_EQ(OnlinePresenter::clockText(c.seconds), QString::fromUtf8(c.clock)) << c.seconds;
-
-    const struct
-    {
-        const char *text, *wd;
-    } searches[] = {
-        {"abc 123", "abc%20%31%32%33"},
-        {"北京大学 2号楼", "北京大学%20%32号楼"},
-        {"e\xcc\x81-x", "e%CC%81%2Dx"}, // a combining mark and punctuation are not letters
-        {"𝒜", "𝒜"},                     // a letter outside the basic plane stays
-    };
-    for (const auto &s : searches)
-        EXPECT_EQ(OnlinePresenter::searchAddress(QString::fromUtf8(s.text), QStringLiteral("https://search.example/")),
-                  QString(QStringLiteral("https://search.example/s?wd=") + QString::fromUtf8(s.wd)))
-            << s.text;
+    const auto data = TestData::load("util.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("onlineClock"))
+        EXPECT_EQ(OnlinePresenter::clockText(c.at("seconds")), TestData::text(c, "text")) << c.dump();
+    for (const auto &c : data.at("search"))
+        EXPECT_EQ(OnlinePresenter::searchAddress(TestData::text(c, "text"), QStringLiteral("https://search.example/")),
+                  QStringLiteral("https://search.example/s?wd=") + TestData::text(c, "wd"))
+            << c.dump();
 }
 
 // Collects what the dialogs send back to the verification.
@@ -80,7 +68,7 @@ protected:
         options.smsTicks = [] { return std::make_unique<ManualTicks>(); };
         window->setOnlineOptions(options);
         if (askBeforeTheOnlineView)
-            post(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")));
+            postSmsToUi(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")));
         host->dial(QStringLiteral("demo"), QStringLiteral("demo123"), 0, [](bool, const DVError &) {});
         ASSERT_TRUE(waitFor([this] { return window->onlineView() != nullptr; }));
         view = window->onlineView();
@@ -91,16 +79,6 @@ protected:
         window.reset();
         host.reset();
         Fixture::TearDown();
-    }
-
-    static void post(std::optional<DVError> err, quint64 seconds = 60)
-    {
-        SMSVerifyToUINotificationInfo info;
-        info.err = std::move(err);
-        info.timeoutSeconds = seconds;
-        DVNotificationCenter::defaultCenter().postNotificationName(
-            DVNotification::DVNotificationNameSMSVerifyToUI,
-            {{DVNotification::NotificationInfoKeySMSVerifyToUI, info}});
     }
 
     std::unique_ptr<DVAppHost> host;
@@ -162,7 +140,7 @@ TEST_F(OnlineView, SearchPictureGuideAndFocus)
 TEST_F(OnlineView, SmsResults)
 {
     // Code 0 asks for the code and keeps the link.
-    post(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")), 0);
+    postSmsToUi(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")), 0);
     ASSERT_TRUE(waitFor([&] { return view->smsDialog() && view->smsDialog()->isVisible(); }));
     EXPECT_EQ(view->smsDialog()->label()->text(), QStringLiteral("验证码已发送到您的手机"));
     EXPECT_EQ(view->smsDialog()->commitButton()->text(), QStringLiteral("90s")) << "0 seconds means 90";
@@ -173,7 +151,7 @@ TEST_F(OnlineView, SmsResults)
     // Any other code hangs up first (the request is under way when the alert shows), then alerts.
     int pendingAtAlert = -1;
     MessageBox::setShowHook([&](const MessageBox::Alert &) { pendingAtAlert = host->pendingCalls(); });
-    post(DVError(QStringLiteral("SMSVerify"), 2, QString()));
+    postSmsToUi(DVError(QStringLiteral("SMSVerify"), 2, QString()));
     ASSERT_TRUE(waitFor([&] { return !MessageBox::shown().empty(); }));
     EXPECT_GT(pendingAtAlert, 0);
     EXPECT_EQ(MessageBox::shown().back().messageText, QStringLiteral("错误"));

@@ -177,10 +177,8 @@ TEST_F(Screenshots, OnlineViewAndItsDialogs)
     const QString plain = dir.filePath(QStringLiteral("system.json"));
     ASSERT_TRUE(writeJsonFile(plain, config));
     ToolProcess sim{QStringLiteral(DORVIK_SIM)};
-    ASSERT_TRUE(sim.start({QStringLiteral("--config"), plain, QStringLiteral("--area"), QStringLiteral("1001"),
-                           QStringLiteral("--only"), QStringLiteral("business")}));
-    ASSERT_TRUE(
-        sim.waitForLine([](const nlohmann::ordered_json &l) { return l.value("event", "") == "ready"; }, 20000));
+    ASSERT_TRUE(sim.startReady({QStringLiteral("--config"), plain, QStringLiteral("--area"), QStringLiteral("1001"),
+                                QStringLiteral("--only"), QStringLiteral("business")}));
     Conf::setShared(Conf::fromJson(QByteArray::fromStdString(config.dump())));
     UIConf::shared().setArea(QStringLiteral("1001"));
 
@@ -213,11 +211,7 @@ TEST_F(Screenshots, OnlineViewAndItsDialogs)
     shoot(view->qrCodeDialog(), QStringLiteral("12-qrcode-dialog"), 2); // a black and white picture
     view->qrCodeDialog()->close();
 
-    SMSVerifyToUINotificationInfo info;
-    info.err = DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机"));
-    info.timeoutSeconds = 60;
-    DVNotificationCenter::defaultCenter().postNotificationName(
-        DVNotification::DVNotificationNameSMSVerifyToUI, {{DVNotification::NotificationInfoKeySMSVerifyToUI, info}});
+    postSmsToUi(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")));
     ASSERT_TRUE(waitFor([&] { return view->smsDialog() && view->smsDialog()->isVisible(); }));
     view->smsDialog()->move(320, 260);
     QTest::keyClicks(view->smsDialog()->checkCodeField(), QStringLiteral("1234"));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "OnlinePage.h"
+#include "support/TestSupport.h"
 
 #include <QApplication>
 #include <QDir>
@@ -13,13 +14,7 @@
 int main(int argc, char **argv)
 {
     QTemporaryDir sandbox(QDir::tempPath() + QStringLiteral("/dorvik-uitest-XXXXXX"));
-    const QByteArray root = sandbox.path().toUtf8();
-    qputenv("HOME", root + "/home");
-    qputenv("XDG_CONFIG_HOME", root + "/config");
-    qputenv("XDG_DATA_HOME", root + "/data");
-    qputenv("XDG_CACHE_HOME", root + "/cache");
-    qputenv("DORVIK_TEST_SANDBOX", root);
-    QDir().mkpath(sandbox.path() + QStringLiteral("/home"));
+    TestSupport::isolateHome(sandbox.path());
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
 

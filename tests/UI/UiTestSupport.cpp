@@ -4,24 +4,20 @@
 #include "Conf/Conf.h"
 #include "Conf/UIConf.h"
 #include "Dial/PPPoE.h"
+#include "Util/DVNotification.h"
 #include "Util/UserDefaults.h"
 #include "Util/keychain/Keychain.h"
 
+#include "support/TestData.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QFile>
-
-#include <nlohmann/json.hpp>
 
 namespace UiTest {
 
 void useDemoConfiguration(const QString &area)
 {
-    QFile demo(QStringLiteral(DORVIK_DEMO_CONFIG));
-    if (!demo.open(QIODevice::ReadOnly))
-        return;
-    const QByteArray raw = demo.readAll();
-    auto config = nlohmann::ordered_json::parse(raw.constData(), raw.constData() + raw.size());
+    auto config = TestData::demoConfig();
     // Nothing to reach: the connection's tasks end at once.
     config["business"]["host"] = {{"default", ""}};
     config["heart"]["negotiateurl"] = {{"default", "http://127.0.0.1:9/negotiate"}};
@@ -85,6 +81,15 @@ std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks, std
     });
     window->setOnlineOptions(quietOnlineOptions(opened));
     return window;
+}
+
+void postSmsToUi(std::optional<DVError> err, quint64 seconds)
+{
+    SMSVerifyToUINotificationInfo info;
+    info.err = std::move(err);
+    info.timeoutSeconds = seconds;
+    DVNotificationCenter::defaultCenter().postNotificationName(
+        DVNotification::DVNotificationNameSMSVerifyToUI, {{DVNotification::NotificationInfoKeySMSVerifyToUI, info}});
 }
 
 bool waitFor(const std::function<bool()> &done, int timeoutMs)

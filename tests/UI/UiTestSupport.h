@@ -60,6 +60,9 @@ std::unique_ptr<baseWindow> makeWindow(DVAppHost *host, ManualTicks **ticks = nu
 // Online views without a web page whose addresses go to `opened` (may be null).
 wifiViewController::Options quietOnlineOptions(std::vector<QUrl> *opened = nullptr);
 
+// What the SMS verification tells the online view: its verdict and the time the user has.
+void postSmsToUi(std::optional<DVError> err, quint64 seconds = 60);
+
 // Runs the event loop until `done` or the time-out.
 bool waitFor(const std::function<bool()> &done, int timeoutMs = 10000);
 

@@ -138,24 +138,22 @@ protected:
     // Runs the installer; its exit code, or -9 when it was killed.
     int install(const QString &pkg, qint64 pid, const QStringList &env = {})
     {
-        QProcess p;
         QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
         e.insert(QStringLiteral("DORVIK_TEST_MARKER"), marker());
         e.insert(QStringLiteral("DISPLAY"), QStringLiteral(":99"));
         for (const QString &kv : env)
             e.insert(kv.section(QLatin1Char('='), 0, 0), kv.section(QLatin1Char('='), 1));
-        p.setProcessEnvironment(e);
-        p.start(QStringLiteral(DORVIK_INSTALLER), {QString::number(pid), pkg, root()});
-        EXPECT_TRUE(p.waitForFinished(60000));
-        output = p.readAllStandardOutput();
-        errors = p.readAllStandardError();
-        return p.exitStatus() == QProcess::CrashExit ? -9 : p.exitCode();
+        const auto r =
+            TestSupport::runProgram(QStringLiteral(DORVIK_INSTALLER), {QString::number(pid), pkg, root()}, {}, e);
+        output = r.out;
+        errors = r.err;
+        return r.exitCode < 0 ? -9 : r.exitCode;
     }
     bool cliRuns() const
     {
-        QProcess p;
-        p.start(root() + QStringLiteral("/bin/dorvik-cli"), {QStringLiteral("--version")});
-        return p.waitForFinished(10000) && p.exitCode() == 0;
+        return TestSupport::runProgram(root() + QStringLiteral("/bin/dorvik-cli"), {QStringLiteral("--version")})
+                   .exitCode
+               == 0;
     }
 
     QTemporaryDir dir;

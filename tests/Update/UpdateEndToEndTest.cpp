@@ -12,8 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
-
 namespace {
 using json = nlohmann::ordered_json;
 
@@ -26,16 +24,8 @@ struct Result
 Result run(const QString &program, const QStringList &args,
            const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment())
 {
-    QProcess p;
-    p.setProcessEnvironment(env);
-    p.start(program, args);
-    Result r;
-    if (!p.waitForFinished(240000))
-        return r;
-    r.exit = p.exitCode();
-    r.out = QString::fromUtf8(p.readAllStandardOutput());
-    r.err = QString::fromUtf8(p.readAllStandardError());
-    return r;
+    const auto r = TestSupport::runProgram(program, args, {}, env, 240000);
+    return {r.exitCode, QString::fromUtf8(r.out), QString::fromUtf8(r.err)};
 }
 
 TEST(UpdateEndToEnd, TheInstalledClientUpdatesItself)
@@ -61,8 +51,7 @@ TEST(UpdateEndToEnd, TheInstalledClientUpdatesItself)
     qputenv("DORVIK_SIM_UPDATE_TREE", prefix.toUtf8());
     ToolProcess sim(QStringLiteral(DORVIK_SIM));
     ASSERT_TRUE(
-        sim.start({QStringLiteral("--config"), configPath, QStringLiteral("--only"), QStringLiteral("update")}));
-    ASSERT_TRUE(sim.waitForLine([](const json &l) { return l.value("event", "") == "ready"; }, 30000));
+        sim.startReady({QStringLiteral("--config"), configPath, QStringLiteral("--only"), QStringLiteral("update")}));
 
     // The client's staged installer goes to a temporary directory of this test.
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -89,13 +78,10 @@ TEST(UpdateEndToEnd, TheInstalledClientUpdatesItself)
     EXPECT_EQ(previous.out.trimmed(), QStringLiteral("dorvik-cli ") + oldVersion);
 
     // Only the real update downloaded.
-    ASSERT_EQ(sim.signalAndWait(SIGINT, 10000), 0);
-    const auto stopped = std::find_if(sim.lines().begin(), sim.lines().end(),
-                                      [](const json &l) { return l.value("event", "") == "stopped"; });
-    ASSERT_NE(stopped, sim.lines().end());
-    EXPECT_EQ((*stopped)["stats"]["update"]["checks"], 2);
-    EXPECT_EQ((*stopped)["stats"]["update"]["linuxChecks"], 2);
-    EXPECT_EQ((*stopped)["stats"]["update"]["downloads"], 1);
+    json stats = sim.interruptForStats().value("update", json::object());
+    EXPECT_EQ(stats["checks"], 2);
+    EXPECT_EQ(stats["linuxChecks"], 2);
+    EXPECT_EQ(stats["downloads"], 1);
 }
 
 } // namespace

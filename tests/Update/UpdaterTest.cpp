@@ -1,8 +1,8 @@
-// The update check, verification and the dialog's presenter against the simulated update
-// service, with a small installation tree as the package source.
+// The update check and the dialog's presenter (download, verification, hand-over to the
+// installer) against the simulated update service, with a small installation tree as the
+// package source.
 
-#include "support/LogCapture.h"
-#include "support/TestSupport.h"
+#include "support/TestData.h"
 
 #include "SimHost.h"
 #include "services/UpdateServer.h"
@@ -100,43 +100,26 @@ protected:
 
 TEST_F(UpdateService, CheckOutcomes)
 {
-    struct Case
-    {
-        const char *scenario;
-        QString version;
-        bool badHost;
-        bool needUpdate;
-        QString text; // the message, or the path of the offered address after the host
-    };
-    const Case cases[] = {
-        {"", QStringLiteral("1.0"), false, true, QStringLiteral("packages/dorvik-1.0.1-linux.tar.gz")},
-        {"equal", QStringLiteral("1.0"), false, false, kUpToDate},
-        {"none-newer", QStringLiteral("1.0"), false, false, kUpToDate},
-        // Compared as text: "2.0" comes after "10.0".
-        {"version:2.0", QStringLiteral("10.0"), false, true, QStringLiteral("packages/dorvik-2.0-linux.tar.gz")},
-        {"empty-list", QStringLiteral("1.0"), false, false, kUpToDate},
-        {"http500", QStringLiteral("1.0"), false, false, QStringLiteral("检查更新失败，错误:500")},
-        {"empty-body", QStringLiteral("1.0"), false, false, QStringLiteral("检查更新失败，错误：检查更新返回内容为空")},
-        {"garbage", QStringLiteral("1.0"), false, false,
-         QStringLiteral("检查更新失败，错误：检查更新返回内容解析失败")},
-        {"", QStringLiteral("1.0"), true, false, QStringLiteral("检查更新失败，错误的服务器地址")},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(std::string(c.scenario) + (c.badHost ? " bad host" : ""));
+    const auto data = TestData::load("update.json"); // the loop must not outlive the document
+    for (const auto &c : data.at("checks")) {
+        SCOPED_TRACE(c.dump());
         sim = SimHost();
-        start(QString::fromLatin1(c.scenario));
-        const auto u =
-            updater(c.version, c.badHost ? QStringLiteral("http://127.0.0.1:%1/a b").arg(server->port()) : host());
+        start(TestData::text(c, "scenario"));
+        const bool badHost = c.value("badHost", false);
+        const auto u = updater(TestData::text(c, "version"),
+                               badHost ? QStringLiteral("http://127.0.0.1:%1/a b").arg(server->port()) : host());
         const Outcome out = check(u);
+        const QString text = TestData::text(c, "text");
         EXPECT_TRUE(out.offMainThread);
-        EXPECT_EQ(out.needUpdate, c.needUpdate);
-        if (c.needUpdate) {
-            EXPECT_EQ(out.text, QStringLiteral("http://127.0.0.1:%1/").arg(server->port()) + c.text);
-            EXPECT_EQ(u->packageName(), c.text.section(QLatin1Char('/'), -1));
+        const bool offered = c.at("needUpdate");
+        EXPECT_EQ(out.needUpdate, offered);
+        if (offered) {
+            EXPECT_EQ(out.text, QStringLiteral("http://127.0.0.1:%1/").arg(server->port()) + text);
+            EXPECT_EQ(u->packageName(), text.section(QLatin1Char('/'), -1));
         } else {
-            EXPECT_EQ(out.text, c.text);
+            EXPECT_EQ(out.text, text);
         }
-        if (!c.badHost) {
+        if (!badHost) {
             EXPECT_EQ(server->lastContentType(), QByteArrayLiteral("application/json"));
             EXPECT_EQ(server->lastBody(), QByteArrayLiteral(R"({"Areacode":"1001","User":"demo","OS":"Linux"})"));
         }
@@ -145,42 +128,6 @@ TEST_F(UpdateService, CheckOutcomes)
     const Outcome refused = check(updater(QStringLiteral("1.0"), QStringLiteral("http://127.0.0.1:1/")));
     EXPECT_FALSE(refused.needUpdate);
     EXPECT_TRUE(refused.text.startsWith(QStringLiteral("检查更新失败，错误:"))) << refused.text.toStdString();
-}
-
-TEST_F(UpdateService, Verification)
-{
-    struct Case
-    {
-        const char *scenario;
-        bool readable;
-        bool verified;
-        const char *log;
-    };
-    const Case cases[] = {
-        {"", true, true, nullptr},
-        {"uppercase-hash", true, false, "verify failed,hash not same"},
-        {"", false, false, "verify failed,copy failed"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(std::string(c.scenario) + (c.readable ? "" : " unreadable"));
-        sim = SimHost();
-        start(QString::fromLatin1(c.scenario));
-        const auto u = updater(QStringLiteral("1.0"), host());
-        ASSERT_TRUE(check(u).needUpdate);
-        QTemporaryDir downloads;
-        const QString downloaded = downloads.filePath(QStringLiteral("download.tmp"));
-        if (c.readable) {
-            ASSERT_TRUE(QFile::copy(server->packagePath(), downloaded));
-        }
-        LogCapture logs;
-        EXPECT_EQ(u->verifyDataAt(downloaded), c.verified);
-        if (c.log) {
-            EXPECT_TRUE(logs.has(QString::fromLatin1(c.log)));
-        }
-        const QString copy = downloads.filePath(*u->packageName());
-        EXPECT_EQ(QFileInfo::exists(copy), c.verified);
-        EXPECT_EQ(u->packageUrl().has_value(), c.verified);
-    }
 }
 
 // The dialog's walk: which label and page each step shows, and what Yes does.

@@ -6,20 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QFile>
 #include <QNetworkInterface>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
 namespace {
 
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(content);
-}
+using TestSupport::writeFile;
 
 // Interfaces in a fake /sys/class/net, as listed in tests/data/env.json.
 void makeSys(const QString &root, const TestData::json &ifs)

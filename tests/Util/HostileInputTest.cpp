@@ -1,20 +1,16 @@
-// Hostile input from servers and from the configuration file: replies nested far deeper than
-// any real document, numbers far beyond any time-out. Each gets a logged error (or a bounded
-// value) and the program carries on; the servers are the simulator's, on 127.0.0.1. (The
-// heartbeat's deep reply is checked end to end in tests/tools/ConnectEndToEndTest.cpp.)
-
-#include "Business/BusinessTestSupport.h"
-
-#include "services/BusinessServer.h"
-#include "services/HostileJson.h"
+// Hostile input from the configuration file: values nested far deeper than any real document,
+// numbers far beyond any time-out, rule lists that would grow the dial name without bound. Each
+// gets a logged error (or a bounded value) and the program carries on. (The servers' deep
+// replies are checked end to end in tests/tools/ConnectEndToEndTest.cpp.)
 
 #include "AccountRule/DVAccountRule.h"
 #include "AccountRule/DVRuleException.h"
-#include "Business/ConfigReq.h"
-#include "Business/Register.h"
-#include "Conf/ReceivedConf.h"
+#include "Conf/Conf.h"
 #include "Util/Log.h"
-#include "Util/OperationQueue.h"
+#include "support/LogCapture.h"
+#include "support/TestData.h"
+
+#include "services/HostileJson.h"
 
 #include <gtest/gtest.h>
 
@@ -23,37 +19,9 @@
 
 namespace {
 
-// Runs `op` on a work queue until it is done.
-void runOnQueue(const std::shared_ptr<Operation> &op)
-{
-    auto queue = OperationQueue::create();
-    queue->addOperation(op);
-    ASSERT_TRUE(TestSupport::spinUntil([&] { return queue->operationCount() == 0; }, 15000));
-}
-
-void businessAgainstDeepReplies(bool config)
-{
-    const ordered_json demo = BizTest::demoConfig();
-    SimHost host;
-    ASSERT_TRUE(BizTest::startServices(host, demo, {QStringLiteral("business")},
-                                       {{QStringLiteral("business"), QStringLiteral("deep")}}));
-    const QString base = BizTest::local(host.service(QStringLiteral("business"))->port());
-    BizTest::useConfig(demo);
-    Conf::setArea(QStringLiteral("1001"));
-    ReceivedConf::shared().saveAreaObject({{QStringLiteral("kept"), QStringLiteral("yes")}});
-    if (config) {
-        runOnQueue(std::make_shared<ConfigReq>(base, QStringLiteral("demo")));
-    } else {
-        const RegisterLinkFacts link{QStringLiteral("10.64.0.2"), QString(), QString()};
-        runOnQueue(std::make_shared<Register>(base, link, QStringLiteral("demo")));
-    }
-    // Nothing of the hostile answer was stored.
-    EXPECT_EQ(ReceivedConf::shared().getValueOfKey(QStringLiteral("kept")).toString(), QStringLiteral("yes"));
-}
-
 void configurationFileWithDeepValue()
 {
-    ordered_json config = BizTest::demoConfig();
+    ordered_json config = TestData::demoConfig();
     config["sms"]["timeout"] = {{"default", "@deep@"}};
     QString error;
     EXPECT_FALSE(Conf::fromJson(HostileJson::withDeepValue(QByteArray::fromStdString(config.dump())), &error));
@@ -76,7 +44,7 @@ void configurationFileWithHugeNumbers()
     };
     for (const auto &[number, expected] : cases) {
         SCOPED_TRACE(number);
-        ordered_json config = BizTest::demoConfig();
+        ordered_json config = TestData::demoConfig();
         config["sms"]["timeout"] = {{"default", "@number@"}};
         const QByteArray text =
             QByteArray::fromStdString(config.dump()).replace(QByteArrayLiteral("\"@number@\""), QByteArray(number));
@@ -119,8 +87,6 @@ TEST(HostileInput, DeepRepliesAndHugeNumbersGetALoggedErrorAndNoCrash)
         bool nested;        // refused for its depth
     };
     const Case cases[] = {
-        {"configuration request reply", [] { businessAgainstDeepReplies(true); }, "config request failed", true},
-        {"registration reply", [] { businessAgainstDeepReplies(false); }, "config request failed", true},
         {"configuration file, deep value", configurationFileWithDeepValue, "configuration rejected", true},
         {"configuration file, huge numbers", configurationFileWithHugeNumbers, nullptr, false},
         {"dial-name rules repeated", dialNameRulesRepeated, "the dial name grew past 4096 characters", false},

@@ -31,6 +31,16 @@ inline json load(const char *name)
     return json::parse(raw.constBegin(), raw.constEnd(), nullptr, false);
 }
 
+// The demo deployment's configuration as shipped (plain source).
+inline json demoConfig()
+{
+    QFile f(TestSupport::sourceTestsDir() + QStringLiteral("/../resources/demo/system.json"));
+    if (!f.open(QIODevice::ReadOnly))
+        return json::object();
+    const QByteArray raw = f.readAll();
+    return json::parse(raw.constBegin(), raw.constEnd());
+}
+
 // A text member; nullopt when the member is missing or null.
 inline std::optional<QString> opt(const json &object, const char *key)
 {

@@ -37,10 +37,9 @@ protected:
 
     void startSim(const QStringList &extra = {})
     {
-        ASSERT_TRUE(sim->start(QStringList{QStringLiteral("--config"), plainPath, QStringLiteral("--area"), area,
-                                           QStringLiteral("--port"), QStringLiteral("ac=%1").arg(acPort)}
-                               + extra));
-        ASSERT_TRUE(sim->waitForLine([](const json &l) { return isEvent(l, "ready"); }, 20000))
+        ASSERT_TRUE(sim->startReady(QStringList{QStringLiteral("--config"), plainPath, QStringLiteral("--area"), area,
+                                                QStringLiteral("--port"), QStringLiteral("ac=%1").arg(acPort)}
+                                    + extra))
             << sim->standardError().toStdString();
     }
 

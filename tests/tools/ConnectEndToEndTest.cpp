@@ -22,15 +22,7 @@ protected:
 
     void smsCase(const QString &scenario, const QByteArray &typedCode, bool verified);
 
-    json simStats()
-    {
-        EXPECT_EQ(sim->signalAndWait(SIGINT, 10000), 0);
-        for (const auto &l : sim->lines())
-            if (isEvent(l, "stopped"))
-                return l.at("stats");
-        ADD_FAILURE() << "the simulator printed no statistics";
-        return json::object();
-    }
+    json simStats() { return sim->interruptForStats(); }
 };
 
 TEST_F(ConnectEndToEnd, DialHeartbeatWithEveryProofThenCleanHangUp)

@@ -8,7 +8,6 @@
 #include "Dial/simulated/SimulatedPlatform.h"
 #include "support/TestData.h"
 
-#include <QFile>
 #include <QTcpServer>
 
 #include <gtest/gtest.h>
@@ -57,9 +56,7 @@ class ConnectOutcome : public ::testing::Test
 protected:
     void SetUp() override
     {
-        QFile f(TestSupport::sourceTestsDir() + QStringLiteral("/../resources/demo/system.json"));
-        ASSERT_TRUE(f.open(QIODevice::ReadOnly));
-        auto conf = Conf::fromJson(f.readAll());
+        auto conf = Conf::fromJson(QByteArray::fromStdString(TestData::demoConfig().dump()));
         ASSERT_TRUE(conf);
         Conf::setShared(std::move(conf));
     }

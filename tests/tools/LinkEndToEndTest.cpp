@@ -27,11 +27,8 @@ namespace {
 // Runs dorvik-cli to its end: exit code and stdout.
 std::pair<int, QByteArray> runCli(const QStringList &args)
 {
-    QProcess p;
-    p.start(QStringLiteral(DORVIK_CLI), args);
-    if (!p.waitForFinished(30000))
-        return {-1, {}};
-    return {p.exitCode(), p.readAllStandardOutput()};
+    const auto r = TestSupport::runProgram(QStringLiteral(DORVIK_CLI), args);
+    return {r.exitCode, r.out};
 }
 
 class LinkEndToEnd : public CliSimTest

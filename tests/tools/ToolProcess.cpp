@@ -1,10 +1,12 @@
 #include "ToolProcess.h"
 
-#include "support/TestSupport.h"
+#include "support/TestData.h"
 
 #include <QFile>
+
 #include <QTcpServer>
 #include <QUdpSocket>
+#include <gtest/gtest.h>
 
 #include <csignal>
 
@@ -24,6 +26,21 @@ bool ToolProcess::start(const QStringList &args, const QByteArray &stdinData)
     if (!stdinData.isEmpty())
         _process.write(stdinData);
     return true;
+}
+
+bool ToolProcess::startReady(const QStringList &args, int timeoutMs)
+{
+    return start(args) && waitForLine([](const nlohmann::ordered_json &l) { return isEvent(l, "ready"); }, timeoutMs);
+}
+
+nlohmann::ordered_json ToolProcess::interruptForStats(int timeoutMs)
+{
+    EXPECT_EQ(signalAndWait(SIGINT, timeoutMs), 0) << _stderr.toStdString();
+    for (const auto &l : _lines)
+        if (isEvent(l, "stopped"))
+            return l.value("stats", nlohmann::ordered_json::object());
+    ADD_FAILURE() << "the simulator printed no statistics";
+    return nlohmann::ordered_json::object();
 }
 
 void ToolProcess::readAvailable()
@@ -94,11 +111,13 @@ quint16 freeLocalPort(bool udp)
 
 nlohmann::ordered_json demoConfigOnFreePorts()
 {
-    QFile demo(QStringLiteral(DORVIK_DEMO_CONFIG));
-    if (!demo.open(QIODevice::ReadOnly))
-        return {};
-    const QByteArray raw = demo.readAll();
-    auto config = nlohmann::ordered_json::parse(raw.constData(), raw.constData() + raw.size());
+    auto config = TestData::demoConfig();
+    moveServersToFreePorts(config);
+    return config;
+}
+
+void moveServersToFreePorts(nlohmann::ordered_json &config)
+{
     const auto http = [] { return "http://127.0.0.1:" + std::to_string(freeLocalPort()); };
     const std::string heart = http();
     config["heart"]["negotiateurl"] = {{"default", heart + "/negotiate"}};
@@ -107,7 +126,6 @@ nlohmann::ordered_json demoConfigOnFreePorts()
         config[service]["host"] = {{"default", http()}};
     for (const char *service : {"sms", "dynmicpwd"})
         config[service]["host"] = {{"default", "127.0.0.1:" + std::to_string(freeLocalPort(true))}};
-    return config;
 }
 
 bool writeJsonFile(const QString &path, const nlohmann::ordered_json &config)

@@ -18,6 +18,10 @@ public:
     ~ToolProcess();
 
     bool start(const QStringList &args, const QByteArray &stdinData = {});
+    // Starts a simulator and waits for its "ready" line.
+    bool startReady(const QStringList &args, int timeoutMs = 30000);
+    // Interrupts a simulator and returns the statistics of its "stopped" line (none: an empty object).
+    nlohmann::ordered_json interruptForStats(int timeoutMs = 10000);
     // Waits until a line satisfies `match` (lines seen are kept); false on time-out or exit.
     bool waitForLine(const std::function<bool(const nlohmann::ordered_json &)> &match, int timeoutMs);
     // Sends a signal and waits for the exit; the exit code, or -1 when it did not end.
@@ -40,7 +44,9 @@ private:
 
 // A port on 127.0.0.1 that nothing listens on at the time of asking.
 quint16 freeLocalPort(bool udp = false);
-// The demo configuration with every server on a free port of its own, so that runs may overlap.
+// Moves every server of `config` to a free port of its own, so that runs may overlap.
+void moveServersToFreePorts(nlohmann::ordered_json &config);
+// The demo configuration so moved.
 nlohmann::ordered_json demoConfigOnFreePorts();
 // Writes `config` as JSON text to `path`; false when the file cannot be written.
 bool writeJsonFile(const QString &path, const nlohmann::ordered_json &config);
