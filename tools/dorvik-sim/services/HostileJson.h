@@ -11,7 +11,8 @@ constexpr int kLevels = 100000;
 
 inline QByteArray deepArrays(int levels = kLevels)
 {
-    return QByteArray(levels, '[') + QByteArray(levels, ']');
+    QByteArray text(levels, '[');
+    return text.append(levels, ']'); // append, not +: the header then needs no string builder
 }
 
 // `body` (compact JSON text) with the string member value "\"@deep@\"" replaced by the arrays.
