@@ -48,6 +48,7 @@ TEST_F(ConnectEndToEnd, DialHeartbeatWithEveryProofThenCleanHangUp)
     EXPECT_EQ(heart.at("negotiations"), 1);
     EXPECT_EQ(heart.at("signatures").at("failed"), 0);
     EXPECT_EQ(heart.at("proofs").at("failed"), 0);
+    EXPECT_EQ(heart.at("failures"), 0) << heart.at("failureReasons").dump(); // sequences, echoes
     for (const char *kind : {"AES", "MD5", "SHA1", "PREFIX", "SUFFIX"})
         EXPECT_GE(heart.at("proofs").value(kind, 0), 1) << kind;
     EXPECT_EQ(heart.at("requests").get<size_t>(), exchanges);
