@@ -36,8 +36,10 @@ baseWindow::baseWindow(DVAppHost *host, LogInFactory factory, QWidget *parent)
         [this](const DVNotificationMessage &message) {
             if (wifiViewController *online = onlineView())
                 online->onNotification(message);
-            else
+            else if (_linkUp)
                 _pendingSmsQuestion = message;
+            else
+                DVLOG() << "text-message verification message dropped: the link is down";
         });
 }
 
@@ -129,6 +131,7 @@ void baseWindow::stateChange(const DVEventObjectPtr &object)
     }
     switch (event->dialState) {
     case DVDialStateConnected:
+        _linkUp = true;
         if (!qobject_cast<wifiViewController *>(_currentView)) {
             if (auto *login = logInView())
                 login->saveUserInfo();
@@ -137,6 +140,7 @@ void baseWindow::stateChange(const DVEventObjectPtr &object)
         }
         break;
     case DVDialStateDisconnected:
+        _linkUp = false;
         _pendingSmsQuestion.reset(); // asked of a link that is gone
         if (auto *login = logInView())
             login->btnStateOn();

@@ -61,8 +61,10 @@ private:
     QPointer<QWidget> _currentView;
     bool _firstLogIn = true;
     // The verification asks for the text-message code as soon as the link is up, which can be
-    // before the online view exists (the web page takes a while to set up): the window takes
-    // the question and hands it to the online view once that is shown.
+    // before the online view exists (setting up its web page runs the event loop): the window
+    // takes the question and hands it to the online view once that is shown. Messages that
+    // arrive after the link went down are dropped, so none can end a later connection.
     DVNotificationCenter::Token _smsObserver = 0;
     std::optional<DVNotificationMessage> _pendingSmsQuestion;
+    bool _linkUp = false;
 };

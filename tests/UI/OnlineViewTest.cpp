@@ -20,7 +20,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 using namespace UiTest;
 
@@ -68,8 +71,9 @@ protected:
         options.smsTicks = [] { return std::make_unique<ManualTicks>(); };
         window->setOnlineOptions(options);
         if (askBeforeTheOnlineView)
-            postSmsToUi(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")));
-        host->dial(QStringLiteral("demo"), QStringLiteral("demo123"), 0, [](bool, const DVError &) {});
+            askWhileTheWindowIsBusy();
+        else
+            host->dial(QStringLiteral("demo"), QStringLiteral("demo123"), 0, [](bool, const DVError &) {});
         ASSERT_TRUE(waitFor([this] { return window->onlineView() != nullptr; }));
         view = window->onlineView();
     }
@@ -86,9 +90,31 @@ protected:
     std::vector<QUrl> opened;
     wifiViewController *view = nullptr;
     bool askBeforeTheOnlineView = false;
+
+private:
+    // The link comes up and the verification asks while the main thread is busy: both wait in
+    // its queue, the question behind the connected state, and no online view exists yet.
+    void askWhileTheWindowIsBusy()
+    {
+        QObject marker;
+        std::atomic<bool> up{false};
+        DVEvent::shared().addObserver(
+            &marker,
+            [&up](const DVEventObjectPtr &e) {
+                const auto *status = dynamic_cast<const DVDialStatusEvent *>(e.get());
+                up = up || (status && status->dialState == DVDialStateConnected);
+            },
+            DVEventIdDialStatus, OperationQueue::create());
+        host->dial(QStringLiteral("demo"), QStringLiteral("demo123"), 0, [](bool, const DVError &) {});
+        for (int i = 0; i < 1000 && !up; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10)); // no events handled here
+        DVEvent::shared().removeObserver(&marker, DVEventIdDialStatus);
+        ASSERT_TRUE(up);
+        postSmsToUi(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")));
+    }
 };
 
-// The question can come before the online view is there (its page takes a while to set up).
+// The question can come before the online view is there.
 class OnlineViewAskedEarly : public OnlineView
 {
     void SetUp() override
