@@ -90,6 +90,7 @@ private:
     void requestCheckpoint(Checkpoint kind);
     void measure();
     void finish();
+    void onControlReply(QNetworkReply *reply);
     int report();
 
     SoakSettings _settings;
