@@ -3,12 +3,14 @@
 #include "support/TestData.h"
 
 #include <QFile>
+#include <QRandomGenerator>
 
 #include <QTcpServer>
 #include <QUdpSocket>
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <utility>
 
 ToolProcess::~ToolProcess()
 {
@@ -97,16 +99,62 @@ size_t ToolProcess::count(const std::function<bool(const nlohmann::ordered_json 
     return static_cast<size_t>(std::count_if(_lines.begin(), _lines.end(), match));
 }
 
-quint16 freeLocalPort(bool udp)
+namespace {
+
+// The ports free-port picks come from: below the kernel's range of ephemeral ports (above it
+// where that range starts low), so that no outgoing connection is given one as its local port.
+std::pair<int, int> pickRange()
+{
+    int low = 32768, high = 60999;
+    QFile file(QStringLiteral("/proc/sys/net/ipv4/ip_local_port_range"));
+    if (file.open(QIODevice::ReadOnly)) {
+        const QList<QByteArray> bounds = file.readAll().simplified().split(' ');
+        if (bounds.size() == 2) {
+            low = bounds[0].toInt();
+            high = bounds[1].toInt();
+        }
+    }
+    if (low > 21000)
+        return {20000, low - 1};
+    if (high < 64000)
+        return {high + 1, 65535};
+    return {0, 0}; // no room outside: the kernel picks
+}
+
+bool isFree(int port, bool udp)
 {
     if (udp) {
         QUdpSocket s;
-        s.bind(QHostAddress::LocalHost, 0);
-        return s.localPort();
+        return s.bind(QHostAddress::LocalHost, quint16(port));
     }
     QTcpServer s;
-    s.listen(QHostAddress::LocalHost, 0);
-    return s.serverPort();
+    return s.listen(QHostAddress::LocalHost, quint16(port));
+}
+
+} // namespace
+
+// A port the kernel hands out for the asking lies in its ephemeral range: it stays free only
+// until some outgoing connection on the machine is given it as its local port, and a simulator
+// started on it later (again and again, in some tests) then fails to listen. The picks come
+// from outside that range instead; each process walks it from a random start, so programs
+// running side by side seldom meet, and a port something listens on is skipped.
+quint16 freeLocalPort(bool udp)
+{
+    static const std::pair<int, int> range = pickRange();
+    const int first = range.first, last = range.second;
+    if (first == 0) {
+        QTcpServer s;
+        s.listen(QHostAddress::LocalHost, 0);
+        return s.serverPort();
+    }
+    static int next = first + int(QRandomGenerator::global()->bounded(last - first + 1));
+    for (int tries = 0; tries <= last - first; ++tries) {
+        const int port = next;
+        next = next == last ? first : next + 1;
+        if (isFree(port, udp))
+            return quint16(port);
+    }
+    return 0;
 }
 
 nlohmann::ordered_json demoConfigOnFreePorts()

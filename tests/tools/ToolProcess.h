@@ -42,7 +42,8 @@ private:
     std::vector<nlohmann::ordered_json> _lines;
 };
 
-// A port on 127.0.0.1 that nothing listens on at the time of asking.
+// A port on 127.0.0.1 that nothing listens on at the time of asking, outside the kernel's range
+// of ephemeral ports, and not handed out before by this process.
 quint16 freeLocalPort(bool udp = false);
 // Moves every server of `config` to a free port of its own, so that runs may overlap.
 void moveServersToFreePorts(nlohmann::ordered_json &config);
