@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <optional>
 #include <utility>
 
 ToolProcess::~ToolProcess()
@@ -103,7 +104,7 @@ namespace {
 
 // The ports free-port picks come from: below the kernel's range of ephemeral ports (above it
 // where that range starts low), so that no outgoing connection is given one as its local port.
-std::pair<int, int> pickRange()
+std::optional<std::pair<int, int>> pickRange()
 {
     int low = 32768, high = 60999;
     QFile file(QStringLiteral("/proc/sys/net/ipv4/ip_local_port_range"));
@@ -115,20 +116,21 @@ std::pair<int, int> pickRange()
         }
     }
     if (low > 21000)
-        return {20000, low - 1};
+        return std::pair(20000, low - 1);
     if (high < 64000)
-        return {high + 1, 65535};
-    return {0, 0}; // no room outside: the kernel picks
+        return std::pair(high + 1, 65535);
+    return std::nullopt; // no room outside: the kernel picks
 }
 
-bool isFree(int port, bool udp)
+// Binds `port` on 127.0.0.1 (0: any) and lets it go again; the port bound, 0 when it was taken.
+quint16 tryPort(quint16 port, bool udp)
 {
     if (udp) {
         QUdpSocket s;
-        return s.bind(QHostAddress::LocalHost, quint16(port));
+        return s.bind(QHostAddress::LocalHost, port) ? s.localPort() : 0;
     }
     QTcpServer s;
-    return s.listen(QHostAddress::LocalHost, quint16(port));
+    return s.listen(QHostAddress::LocalHost, port) ? s.serverPort() : 0;
 }
 
 } // namespace
@@ -140,19 +142,16 @@ bool isFree(int port, bool udp)
 // running side by side seldom meet, and a port something listens on is skipped.
 quint16 freeLocalPort(bool udp)
 {
-    static const std::pair<int, int> range = pickRange();
-    const int first = range.first, last = range.second;
-    if (first == 0) {
-        QTcpServer s;
-        s.listen(QHostAddress::LocalHost, 0);
-        return s.serverPort();
-    }
+    static const std::optional<std::pair<int, int>> range = pickRange();
+    if (!range)
+        return tryPort(0, udp);
+    const auto [first, last] = *range;
     static int next = first + int(QRandomGenerator::global()->bounded(last - first + 1));
     for (int tries = 0; tries <= last - first; ++tries) {
-        const int port = next;
+        const auto port = quint16(next);
         next = next == last ? first : next + 1;
-        if (isFree(port, udp))
-            return quint16(port);
+        if (tryPort(port, udp))
+            return port;
     }
     return 0;
 }
