@@ -1,12 +1,8 @@
 #include "Bcom/BcomData.h"
 #include "Bcom/BcomContent.h"
 #include "Bcom/BcomOperationData.h"
-#include "Conf/Conf.h"
-#include "Util/Crypto.h"
 #include "support/LogCapture.h"
 #include "support/TestData.h"
-
-#include <QFile>
 
 #include <gtest/gtest.h>
 
@@ -33,15 +29,6 @@ BcomData negotiation()
     return BcomData::MakeNegotiationWithName(QStringLiteral("ZGVtbw=="), QStringLiteral("1700000000"),
                                              QStringLiteral("00:11:22:33:44:55"), QStringLiteral("10.0.0.2"),
                                              QStringLiteral("client-1"));
-}
-
-// The proof of a notification, computed from its parts with the primitives (SHA1 + SUFFIX).
-QString sha1SuffixProof(const QString &session, quint64 req, quint64 resp, const QString &extra, const QString &cipher,
-                        const QString &saltKey)
-{
-    const QByteArray salted = (session + QString::number(req) + QString::number(resp) + extra + saltKey).toUtf8();
-    const QByteArray inner = Crypto::hmacSha1(salted, cipher.toLatin1());
-    return QString::fromLatin1(Crypto::hmacSha1(inner, cipher.toLatin1()).toHex());
 }
 
 const char *const kOffer =
@@ -74,47 +61,29 @@ TEST(BcomDataModel, InvalidEnvelopesAndContentsAreRefused)
     }
 }
 
+// The sequences, the proofs (every transformation and salt, additional values in arrival
+// order, a cipher kept when an acknowledgement leaves it out) are verified by the heart server
+// in BcomOperationTest; what its chain never shows is a second OFFER, which it sends only once.
 TEST(BcomStateMachine, RepliesDecideTheNextRequest)
 {
-    const char *const ackNoCipher = R"({"type":"ACKNOWLEDGE","request_sequence":2,"response_sequence":42,)"
-                                    R"("content":{"offer":"SHA1","salt_name":"SUFFIX","salt_key":"sk2"}})";
     const char *const offerNoInterval =
         R"({"type":"OFFER","request_sequence":2,"response_sequence":50,"content":{"session":"S2","cipher":"c2",)"
         R"("offer":"SHA1","salt_name":"SUFFIX","salt_key":"k2"}})";
 
     // NEGOTIATE answered by OFFER: the next request is the first NOTIFY.
     auto data = freshData();
-    BcomData sent = negotiation();
-    auto next = sent.nextWithOpeartionData(*data, message(kOffer));
+    auto next = negotiation().nextWithOpeartionData(*data, message(kOffer));
     ASSERT_TRUE(next);
     EXPECT_EQ(next->type, QStringLiteral("NOTIFY"));
-    EXPECT_EQ(next->request_sequence, 2u);
-    EXPECT_EQ(next->response_sequence, 41u);
     EXPECT_EQ(data->session, QStringLiteral("S1"));
     EXPECT_EQ(data->interval, 3);
-    EXPECT_EQ(next->content["session"], "S1");
-    EXPECT_EQ(next->content["additional"].dump(), R"({"b":"1","a":"2"})");
-    EXPECT_EQ(
-        QString::fromStdString(next->content["data"].get<std::string>()),
-        sha1SuffixProof(QStringLiteral("S1"), 2, 41, QStringLiteral("12"), QStringLiteral("ci"), QStringLiteral("sk")));
-
-    // NOTIFY answered by an ACKNOWLEDGE without cipher: the old cipher stays.
-    auto following = next->nextWithOpeartionData(*data, message(ackNoCipher));
-    ASSERT_TRUE(following);
-    EXPECT_EQ(data->bcomCryptData.cipher, QStringLiteral("ci"));
-    EXPECT_EQ(data->bcomCryptData.saltKey, QStringLiteral("sk2"));
-    EXPECT_EQ(following->type, QStringLiteral("NOTIFY"));
-    EXPECT_EQ(following->request_sequence, 3u);
-    EXPECT_EQ(QString::fromStdString(following->content["data"].get<std::string>()),
-              sha1SuffixProof(QStringLiteral("S1"), 3, 42, QStringLiteral("12"), QStringLiteral("ci"),
-                              QStringLiteral("sk2")));
 
     // A new OFFER without interval keeps the interval but replaces the session.
-    auto third = following->nextWithOpeartionData(*data, message(offerNoInterval));
-    ASSERT_TRUE(third);
+    auto following = next->nextWithOpeartionData(*data, message(offerNoInterval));
+    ASSERT_TRUE(following);
     EXPECT_EQ(data->interval, 3);
     EXPECT_EQ(data->session, QStringLiteral("S2"));
-    EXPECT_FALSE(third->content.contains("additional")); // the offer carried none
+    EXPECT_FALSE(following->content.contains("additional")); // the offer carried none
     EXPECT_EQ(data->retryTimes, 0u);
 }
 

@@ -37,16 +37,18 @@ inline void useConfig(const ordered_json &config)
     Conf::setShared(std::move(conf));
 }
 
-// Starts simulated services on ephemeral ports.
-inline bool startServices(SimHost &host, const ordered_json &config, const QStringList &services,
-                          std::map<QString, QString> scenarios = {})
+// Starts the simulated `service` on an ephemeral port, in `scenario` if one is named; null
+// when it did not start.
+template<typename Server>
+Server *startService(SimHost &host, const ordered_json &config, const QString &service, const QString &scenario = {})
 {
     SimOptions options;
     options.config = config;
     options.ephemeralPorts = true;
     options.accounts[QStringLiteral("demo")] = QStringLiteral("demo123");
-    options.scenarios = std::move(scenarios);
-    return host.start(options, services);
+    if (!scenario.isEmpty())
+        options.scenarios[service] = scenario;
+    return host.start(options, {service}) ? static_cast<Server *>(host.service(service)) : nullptr;
 }
 
 inline QString md5Hex(const QString &text)
@@ -74,8 +76,8 @@ protected:
     void SetUp() override
     {
         config = demoConfig();
-        ASSERT_TRUE(startServices(host, config, {QStringLiteral("business")}));
-        server = static_cast<BusinessServer *>(host.service(QStringLiteral("business")));
+        server = startService<BusinessServer>(host, config, QStringLiteral("business"));
+        ASSERT_TRUE(server);
         base = local(server->port());
         setDefault(config, "business", "host", base);
         useConfig(config);

@@ -14,11 +14,8 @@ using Logs = LogCapture;
 
 namespace {
 
-class BusinessRequests : public BizTest::BusinessServerTest
-{
-protected:
-    static void run(std::shared_ptr<Operation> op) { BizTest::runToEnd(op); }
-};
+using BusinessRequests = BizTest::BusinessServerTest;
+using BizTest::runToEnd;
 
 TEST_F(BusinessRequests, ConfigBodyStopsAtFirstAbsentValueAndTabAddressRules)
 {
@@ -33,7 +30,7 @@ TEST_F(BusinessRequests, ConfigBodyStopsAtFirstAbsentValueAndTabAddressRules)
         auto op = std::make_shared<ConfigReq>(base, TestData::opt(c, "user"));
         op->setClientVersion(TestData::opt(c, "version"));
         const int before = server->configRequests();
-        run(op);
+        runToEnd(op);
         EXPECT_EQ(server->configRequests(), before + 1);
         EXPECT_EQ(QString::fromUtf8(server->lastConfigBody()), TestData::text(c, "body"));
     }
@@ -45,7 +42,7 @@ TEST_F(BusinessRequests, ConfigBodyStopsAtFirstAbsentValueAndTabAddressRules)
         ReceivedConf::shared().saveAreaObject({});
         server->setConfigAnswer(c.at("answer"));
         Logs logs;
-        run(std::make_shared<ConfigReq>(base, QStringLiteral("demo")));
+        runToEnd(std::make_shared<ConfigReq>(base, QStringLiteral("demo")));
         EXPECT_EQ(ReceivedConf::shared().getTabHost(),
                   c.at("applied").get<bool>() ? std::optional<QString>(QStringLiteral("http://tab.example/a"))
                                               : std::nullopt);
@@ -71,7 +68,7 @@ TEST_F(BusinessRequests, TransportAndStatusFailuresAreOneLogLine)
     };
     for (const auto &[address, line] : cases) {
         Logs logs;
-        run(std::make_shared<ConfigReq>(address, QStringLiteral("demo")));
+        runToEnd(std::make_shared<ConfigReq>(address, QStringLiteral("demo")));
         EXPECT_TRUE(logs.contains(line)) << logs.all().join(u'|').toStdString();
     }
 }
@@ -99,7 +96,7 @@ TEST_F(BusinessRequests, RegisterBodyAndInfos)
             facts.clientIp.reset();
         auto op = std::make_shared<Register>(base, facts, QStringLiteral("demo"));
         op->setClientVersion(c.version);
-        run(op);
+        runToEnd(op);
         const QByteArray raw = server->lastRegisterBody();
         const ordered_json body = ordered_json::parse(raw.constBegin(), raw.constEnd());
         EXPECT_EQ(raw.toStdString(), body.dump(2));
@@ -122,7 +119,7 @@ TEST_F(BusinessRequests, RegisterAnswerReplacesTheAreaObject)
 {
     const RegisterLinkFacts link{QStringLiteral("10.64.0.2"), QString(), QString()};
     ReceivedConf::shared().saveValue(QStringLiteral("kept?"), QStringLiteral("old"));
-    run(std::make_shared<Register>(base, link, QStringLiteral("demo")));
+    runToEnd(std::make_shared<Register>(base, link, QStringLiteral("demo")));
     EXPECT_EQ(ReceivedConf::shared().getHeartServerAddress(), QStringLiteral("http://127.0.0.1:18080/negotiate"));
     EXPECT_EQ(ReceivedConf::shared().getUpdateServerAddress(), QStringLiteral("http://127.0.0.1:18084"));
     EXPECT_EQ(ReceivedConf::shared().getTabHost(), server->tabAddress(QStringLiteral("1001")));
@@ -147,7 +144,7 @@ TEST_F(BusinessRequests, RegisterAnswerReplacesTheAreaObject)
         SCOPED_TRACE(b.answer);
         server->setRegisterAnswer(ordered_json::parse(b.answer));
         Logs logs;
-        run(std::make_shared<Register>(base, link, QStringLiteral("demo")));
+        runToEnd(std::make_shared<Register>(base, link, QStringLiteral("demo")));
         EXPECT_TRUE(logs.has(QString::fromUtf8(b.logLine))) << logs.all().join(u'|').toStdString();
         EXPECT_EQ(ReceivedConf::shared().getTabHost(), server->tabAddress(QStringLiteral("1001")));
     }

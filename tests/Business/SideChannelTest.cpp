@@ -170,16 +170,10 @@ TEST(SMSVerify, OutcomesOfTheExchangeReachTheUserInterface)
         EXPECT_EQ(stats["requests"], 1);
         EXPECT_EQ(stats["checks"], c.at("checks"));
         EXPECT_EQ(stats["verified"], c.at("verified"));
+        // The server checks each request's attributes, its check code and the code typed
+        // (counted as verified); the bytes themselves are checked in RequestLayouts.
         EXPECT_EQ(stats["badCheckCode"], 0);
         EXPECT_EQ(stats["malformed"], 0) << stats.dump();
-        // The last request the server read (its exact layout is checked in RequestLayouts).
-        const json &last = stats["last"];
-        const bool checked = c.at("checks") != 0;
-        EXPECT_EQ(last["attributes"], checked ? "login,checkCode,validateCode,id" : "login,checkCode,id");
-        EXPECT_EQ(last["checkCode"], BizTest::md5Hex(QStringLiteral("demo") + kShareKey).toStdString());
-        if (checked) {
-            EXPECT_EQ(last["validateCode"], c.at("answer"));
-        }
     }
 }
 

@@ -20,11 +20,8 @@ protected:
     {
         config = BizTest::demoConfig();
         BizTest::setDefault(config, "token", "user", authUser);
-        std::map<QString, QString> scenarios;
-        if (!scenario.isEmpty())
-            scenarios[QStringLiteral("token")] = scenario;
-        ASSERT_TRUE(BizTest::startServices(host, config, {QStringLiteral("token")}, scenarios));
-        server = static_cast<TokenServer *>(host.service(QStringLiteral("token")));
+        server = BizTest::startService<TokenServer>(host, config, QStringLiteral("token"), scenario);
+        ASSERT_TRUE(server);
         BizTest::setDefault(config, "token", "host", BizTest::local(server->port()));
         BizTest::useConfig(config);
     }
@@ -101,8 +98,7 @@ TEST_F(TokenService, AnswersThatAreNotPostedAndRequestsNotSent)
 
 TEST_F(TokenService, CancelledBeforeItsTurnStillAnswersAndSendsNothing)
 {
-    start(QStringLiteral("dorvik-demo"), QString());
-    BizTest::useConfig(config);
+    start(QStringLiteral("dorvik-demo"));
     auto request = std::make_shared<TokenReuest>(QStringLiteral("demo"), QStringLiteral("demo123"));
     QString why;
     request->onOutcome = [&why](const std::optional<TokenNotificationInfo> &info, const QString &w) {

@@ -6,7 +6,9 @@
 #include "Dial/networkmanager/NMBus.h"
 #include "Dial/networkmanager/NMPlatform.h"
 
-#include "DialTestSupport.h"
+#include "Util/DVEvent.h"
+#include "support/LogCapture.h"
+#include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -18,9 +20,34 @@
 
 namespace {
 
-using ::LogCapture;
-using DialTest::StateLog;
 using States = std::vector<qint64>;
+
+// Collects the dial states fired on the event bus, delivered on the main queue.
+class StateLog : public QObject
+{
+public:
+    StateLog()
+    {
+        DVEvent::shared().addObserver(
+            this,
+            [this](const DVEventObjectPtr &obj) {
+                if (const auto *e = dynamic_cast<const DVDialStatusEvent *>(obj.get())) {
+                    states.push_back(e->dialState);
+                    if (!e->endCause.isEmpty())
+                        causes.push_back(e->endCause);
+                }
+            },
+            DVEventIdDialStatus, OperationQueue::mainQueue());
+    }
+    ~StateLog() override { DVEvent::shared().removeObserver(this, DVEventIdDialStatus); }
+    // Runs the event loop until the last state is `last`.
+    bool waitFor(qint64 last, int ms = 15000)
+    {
+        return TestSupport::spinUntil([&] { return !states.empty() && states.back() == last; }, ms);
+    }
+    States states;
+    std::vector<QString> causes; // why each "disconnected" came
+};
 
 QString readAll(const QString &path)
 {
@@ -94,14 +121,7 @@ protected:
         deleteDorvikProfiles();
         pppoe = std::make_unique<PPPoE>(std::make_unique<NMPlatform>(clock));
         // NetworkManager takes over the veth ends shortly after it starts.
-        ASSERT_TRUE(TestSupport::spinUntil(
-            [&] {
-                const auto list = pppoe->getInterfaceList();
-                const int i = indexOf(list, rig["wired"]);
-                return i >= 0 && list[size_t(i)]._isActive;
-            },
-            15000))
-            << "the wired interface never became usable";
+        ASSERT_TRUE(becomesActive(rig["wired"])) << "the wired interface never became usable";
     }
     void TearDown() override
     {
@@ -111,6 +131,16 @@ protected:
     }
 
     int wiredIndex() { return indexOf(pppoe->getInterfaceList(), rig["wired"]); }
+    bool becomesActive(const QString &bsd)
+    {
+        return TestSupport::spinUntil(
+            [&] {
+                const auto list = pppoe->getInterfaceList();
+                const int i = indexOf(list, bsd);
+                return i >= 0 && list[size_t(i)]._isActive;
+            },
+            15000);
+    }
 
     Rig rig;
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
@@ -138,13 +168,7 @@ TEST_F(NMDial, ListsTheNamespaceInterfaces)
     EXPECT_FALSE(pppoe->getStatusOfInterface(rig["nocarrier"]));
     EXPECT_FALSE(pppoe->getStatusOfInterface(rig["unmanaged"]));
     EXPECT_FALSE(pppoe->getStatusOfInterface(QStringLiteral("nosuch0")));
-
-    DVError error;
-    EXPECT_FALSE(pppoe->dialWithUserName(QStringLiteral("u"), QStringLiteral("p"), 1, &error));
-    EXPECT_EQ(error.code, 20);
-    EXPECT_EQ(error.localizedFailureReason,
-              QStringLiteral("当前所选网卡为：以太网 (%1)\n可能的原因为:电缆可能未插好，或另一端的设备没有响应")
-                  .arg(rig["nocarrier"]));
+    // Refusing the one without carrier is the manager's, whatever the back-end (PPPoELogicTest).
 }
 
 TEST_F(NMDial, ProfileCreatedReusedAndMovedWithRefusedLogIns)
@@ -158,7 +182,7 @@ TEST_F(NMDial, ProfileCreatedReusedAndMovedWithRefusedLogIns)
     ASSERT_TRUE(pppoe->dialWithUserName(QStringLiteral("dial-1"), QStringLiteral("pw-1"), wiredIndex(), &error))
         << error.description().toStdString() << " " << error.localizedFailureReason.toStdString();
     EXPECT_TRUE(error.domain.isEmpty()) << error.description().toStdString();
-    ASSERT_TRUE(log.waitFor(5, 15000));
+    ASSERT_TRUE(log.waitFor(5));
     EXPECT_EQ(log.states.front(), 3);
     EXPECT_TRUE(logs.contains(QStringLiteral("is down:"))) << logs.lines().join(QLatin1Char('\n')).toStdString();
     auto profiles = dorvikProfiles();
@@ -180,7 +204,7 @@ TEST_F(NMDial, ProfileCreatedReusedAndMovedWithRefusedLogIns)
     // Same interface: the profile is reused.
     log.states.clear();
     ASSERT_TRUE(pppoe->dialWithUserName(QStringLiteral("dial-2"), QStringLiteral("pw-2"), wiredIndex(), &error));
-    ASSERT_TRUE(log.waitFor(5, 15000));
+    ASSERT_TRUE(log.waitFor(5));
     profiles = dorvikProfiles();
     ASSERT_EQ(profiles.size(), 1);
     EXPECT_EQ(profiles.firstKey(), firstUuid);
@@ -193,17 +217,11 @@ TEST_F(NMDial, ProfileCreatedReusedAndMovedWithRefusedLogIns)
              {QStringLiteral("link"), QStringLiteral("set"), rig["nocarrierpeer"], QStringLiteral("up")});
     ASSERT_TRUE(ip.waitForFinished(5000));
     ASSERT_EQ(ip.exitCode(), 0) << ip.readAllStandardError().toStdString();
-    ASSERT_TRUE(TestSupport::spinUntil(
-        [&] {
-            const auto list = pppoe->getInterfaceList();
-            const int i = indexOf(list, rig["nocarrier"]);
-            return i >= 0 && list[size_t(i)]._isActive;
-        },
-        15000));
+    ASSERT_TRUE(becomesActive(rig["nocarrier"]));
     log.states.clear();
     const int other = indexOf(pppoe->getInterfaceList(), rig["nocarrier"]);
     ASSERT_TRUE(pppoe->dialWithUserName(QStringLiteral("dial-3"), QStringLiteral("pw-3"), quint64(other), &error));
-    ASSERT_TRUE(log.waitFor(5, 15000));
+    ASSERT_TRUE(log.waitFor(5));
     profiles = dorvikProfiles();
     ASSERT_EQ(profiles.size(), 1);
     EXPECT_NE(profiles.firstKey(), firstUuid);
@@ -219,7 +237,7 @@ TEST_F(NMDial, ConnectsWithTheDialledCredentialsAndHangsUp)
     DVError error;
     ASSERT_TRUE(pppoe->dialWithUserName(name, password, wiredIndex(), &error));
     EXPECT_TRUE(error.domain.isEmpty()) << error.description().toStdString();
-    ASSERT_TRUE(log.waitFor(2, 15000)) << readAll(rig["pppdlog"]).toStdString();
+    ASSERT_TRUE(log.waitFor(2)) << readAll(rig["pppdlog"]).toStdString();
     EXPECT_EQ(log.states, (States{3, 2}));
     EXPECT_EQ(pppoe->getIP(), QStringLiteral("10.64.0.2"));
     EXPECT_EQ(pppoe->getMacAddress(),
@@ -237,7 +255,7 @@ TEST_F(NMDial, ConnectsWithTheDialledCredentialsAndHangsUp)
     EXPECT_EQ(busy.localizedDescription, QStringLiteral("拨号连接状态错误"));
 
     ASSERT_TRUE(pppoe->stopConn());
-    ASSERT_TRUE(log.waitFor(5, 15000));
+    ASSERT_TRUE(log.waitFor(5));
     EXPECT_EQ(log.states, (States{3, 2, 3, 5}));
     EXPECT_EQ(log.causes, std::vector<QString>{QStringLiteral("user")});
     EXPECT_EQ(pppoe->getIP(), std::nullopt);

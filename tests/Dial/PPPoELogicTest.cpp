@@ -124,13 +124,13 @@ TEST(PPPoELogic, InputChecksInOrder)
     }
 }
 
+// A wired interface with a MAC: the reason of the "inactive interface" input check.
 TEST(PPPoELogic, CauseTextPerInterfaceKind)
 {
     const struct
     {
         QString type, mac, text;
     } cases[] = {
-        {kEthernet, QStringLiteral("aa:bb:cc:dd:ee:ff"), QStringLiteral("电缆可能未插好，或另一端的设备没有响应")},
         {kEthernet, QString(), QStringLiteral("网卡、转接器可能未插好")},
         {kWiFi, QStringLiteral("aa:bb:cc:dd:ee:ff"), QStringLiteral("WI-FI未开启或者未连接")},
         {QStringLiteral("FireWire"), QString(), QStringLiteral("未知错误")},
