@@ -136,10 +136,6 @@ TEST_F(AppShell, ProgramQuitsPromptlyOnSignals)
     }
 }
 
-} // namespace
-
-namespace {
-
 TEST_F(AppShell, RedialSwitchAndDiagnosticsPageWithItsCopyButton)
 {
     auto host = makeHost(machine(1));

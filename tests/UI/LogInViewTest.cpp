@@ -25,24 +25,10 @@ using namespace UiTest;
 
 namespace {
 
-class LogInView : public Fixture
+class LogInView : public WindowFixture
 {
 protected:
-    void TearDown() override
-    {
-        window.reset();
-        host.reset();
-        Fixture::TearDown();
-    }
-
-    void open(int interfaces, int callDelayMs = 0) { openWith(machine(interfaces, callDelayMs)); }
-    void openWith(const SimulatedConfig &config)
-    {
-        host = makeHost(config);
-        window = makeWindow(host.get(), &ticks);
-        window->showLogIn();
-        window->show();
-    }
+    void open(int interfaces, int callDelayMs = 0) { WindowFixture::open(machine(interfaces, callDelayMs)); }
     logInViewController *login() const { return window->logInView(); }
     void type(const QString &name, const QString &password)
     {
@@ -62,10 +48,6 @@ protected:
             texts << a.messageText + QLatin1Char('|') + a.informativeText;
         return texts;
     }
-
-    std::unique_ptr<DVAppHost> host;
-    std::unique_ptr<baseWindow> window;
-    ManualTicks *ticks = nullptr;
 };
 
 TEST_F(LogInView, InputIsCheckedInOrderBeforeAnyDial)
@@ -123,7 +105,7 @@ TEST_F(LogInView, DialErrorIsShownWithItsCodeDomainAndText)
 {
     SimulatedConfig config = machine(2);
     config.interfaces.erase(config.interfaces.begin()); // only the wireless one, and it is down
-    openWith(config);
+    WindowFixture::open(config);
     dialDemo();
     ASSERT_TRUE(waitFor([&] { return !MessageBox::shown().empty(); }));
     const auto &alert = MessageBox::shown().front();
@@ -164,10 +146,7 @@ TEST_F(LogInView, DynamicPasswordCountdownAndResult)
     button->click(); // the first tick comes at once
     EXPECT_EQ(button->text(), QStringLiteral("90s后重试"));
     EXPECT_FALSE(button->isEnabled());
-    for (int tick = 2; tick <= 46; ++tick)
-        ticks->tick();
-    EXPECT_EQ(button->text(), QStringLiteral("45s后重试"));
-    for (int tick = 47; tick <= 90; ++tick)
+    for (int tick = 2; tick <= 90; ++tick)
         ticks->tick();
     EXPECT_EQ(button->text(), QStringLiteral("1s后重试"));
     EXPECT_FALSE(button->isEnabled());

@@ -57,16 +57,13 @@ struct FromUi
     QStringList codes;
 };
 
-class OnlineView : public Fixture
+class OnlineView : public WindowFixture
 {
 protected:
     void SetUp() override
     {
-        Fixture::SetUp();
-        host = makeHost(machine(1));
-        window = makeWindow(host.get(), nullptr, &opened);
-        window->showLogIn();
-        window->show();
+        WindowFixture::SetUp();
+        open(machine(1));
         auto options = quietOnlineOptions(&opened);
         options.smsTicks = [] { return std::make_unique<ManualTicks>(); };
         window->setOnlineOptions(options);
@@ -77,17 +74,7 @@ protected:
         ASSERT_TRUE(waitFor([this] { return window->onlineView() != nullptr; }));
         view = window->onlineView();
     }
-    void TearDown() override
-    {
-        MessageBox::setShowHook({});
-        window.reset();
-        host.reset();
-        Fixture::TearDown();
-    }
 
-    std::unique_ptr<DVAppHost> host;
-    std::unique_ptr<baseWindow> window;
-    std::vector<QUrl> opened;
     wifiViewController *view = nullptr;
     bool askBeforeTheOnlineView = false;
 
@@ -110,7 +97,7 @@ private:
             std::this_thread::sleep_for(std::chrono::milliseconds(10)); // no events handled here
         DVEvent::shared().removeObserver(&marker, DVEventIdDialStatus);
         ASSERT_TRUE(up);
-        postSmsToUi(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")));
+        postSmsToUi(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")), 0);
     }
 };
 
@@ -127,6 +114,7 @@ class OnlineViewAskedEarly : public OnlineView
 TEST_F(OnlineViewAskedEarly, CodeDialogOpensWithTheOnlineView)
 {
     ASSERT_TRUE(waitFor([&] { return view->smsDialog() && view->smsDialog()->isVisible(); }));
+    EXPECT_EQ(view->smsDialog()->commitButton()->text(), QStringLiteral("90s")) << "0 seconds means 90";
 }
 
 TEST_F(OnlineView, SearchPictureGuideAndFocus)
@@ -144,8 +132,6 @@ TEST_F(OnlineView, SearchPictureGuideAndFocus)
     view->qrCodeButton()->click();
     qrCodeViewController *qr = view->qrCodeDialog();
     ASSERT_NE(qr, nullptr);
-    EXPECT_EQ(qr->windowTitle(), QStringLiteral("微信公众号"));
-    EXPECT_EQ(qr->qrImgName(), QStringLiteral("wechat_qr.png"));
     EXPECT_FALSE(qr->imageView()->pixmap().isNull());
     qr->close();
     view->qrCodeButton()->click();
@@ -163,18 +149,10 @@ TEST_F(OnlineView, SearchPictureGuideAndFocus)
     EXPECT_TRUE(window->windowFlags() & Qt::WindowCloseButtonHint);
 }
 
-TEST_F(OnlineView, SmsResults)
+// A verdict other than code 0 hangs up first (the request is under way when the alert shows),
+// then alerts. (Code 0 keeps the link: DorvikEndToEndTest.cpp.)
+TEST_F(OnlineView, SmsRefusalHangsUpThenAlerts)
 {
-    // Code 0 asks for the code and keeps the link.
-    postSmsToUi(DVError(QStringLiteral("SMSVerify"), 0, QStringLiteral("验证码已发送到您的手机")), 0);
-    ASSERT_TRUE(waitFor([&] { return view->smsDialog() && view->smsDialog()->isVisible(); }));
-    EXPECT_EQ(view->smsDialog()->label()->text(), QStringLiteral("验证码已发送到您的手机"));
-    EXPECT_EQ(view->smsDialog()->commitButton()->text(), QStringLiteral("90s")) << "0 seconds means 90";
-    EXPECT_TRUE(MessageBox::shown().empty());
-    EXPECT_EQ(window->onlineView(), view);
-    view->smsDialog()->close();
-
-    // Any other code hangs up first (the request is under way when the alert shows), then alerts.
     int pendingAtAlert = -1;
     MessageBox::setShowHook([&](const MessageBox::Alert &) { pendingAtAlert = host->pendingCalls(); });
     postSmsToUi(DVError(QStringLiteral("SMSVerify"), 2, QString()));
@@ -239,17 +217,6 @@ TEST_F(SmsDialog, BadCodesRefusedThenReturnSends)
     QTest::keyClick(dialog->checkCodeField(), Qt::Key_Return);
     EXPECT_FALSE(dialog->isVisible());
     EXPECT_EQ(fromUi.codes, QStringList{QStringLiteral("123456")});
-}
-
-TEST_F(SmsDialog, ClosingTheWindowSendsTheTypedTextOnce)
-{
-    auto dialog = open(60);
-    QTest::keyClicks(dialog->checkCodeField(), QStringLiteral("98"));
-    dialog->close();
-    ticks->tick();
-    EXPECT_FALSE(ticks->running); // (the dialog owns its tick source: ask before it goes)
-    dialog.reset();
-    EXPECT_EQ(fromUi.codes, QStringList{QStringLiteral("98")});
 }
 
 TEST(OnlinePageTest, RendererKilledPageComesBack)

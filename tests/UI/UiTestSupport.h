@@ -82,4 +82,29 @@ protected:
     void TearDown() override { MessageBox::setDefaultAnswer(std::nullopt); }
 };
 
+// The main window over a host of `config`, showing the log-in view.
+class WindowFixture : public Fixture
+{
+protected:
+    void open(const SimulatedConfig &config)
+    {
+        host = makeHost(config);
+        window = makeWindow(host.get(), &ticks, &opened);
+        window->showLogIn();
+        window->show();
+    }
+    void TearDown() override
+    {
+        MessageBox::setShowHook({});
+        window.reset();
+        host.reset();
+        Fixture::TearDown();
+    }
+
+    std::unique_ptr<DVAppHost> host;
+    std::unique_ptr<baseWindow> window;
+    ManualTicks *ticks = nullptr;
+    std::vector<QUrl> opened; // what the online view asked a browser to open
+};
+
 } // namespace UiTest
