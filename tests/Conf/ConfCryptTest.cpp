@@ -41,7 +41,7 @@ TEST(ConfCryptTest, ShippedFileDecryptsToItsSourceAndLoads)
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
-TEST(ConfCryptTest, RoundTripsAndRefusesDamagedInput)
+TEST(ConfCryptTest, RoundTripsEverySizeWithOnePaddingBlock)
 {
     for (int size : {0, 1, 15, 16, 17, 31, 32, 1000}) {
         SCOPED_TRACE(size);
@@ -53,27 +53,8 @@ TEST(ConfCryptTest, RoundTripsAndRefusesDamagedInput)
         EXPECT_EQ(cipher->size(), (size / 16 + 1) * 16);
         EXPECT_EQ(ConfCrypt::decodeData(*cipher), plain);
     }
-
-    const QByteArray good = *ConfCrypt::encodeData("{\"a\": 1}");
-    QByteArray badPadding = good;
-    badPadding[badPadding.size() - 1] = static_cast<char>(badPadding.back() ^ 0x5a);
-    struct Case
-    {
-        const char *name;
-        QByteArray data;
-    };
-    const std::vector<Case> cases = {
-        {"empty", QByteArray()},
-        {"one byte short", good.left(good.size() - 1)},
-        {"one byte extra", good + 'x'},
-        {"padding destroyed", badPadding},
-        {"plain text", QByteArray("{\"app\": {}}     ")},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
-        const auto plain = ConfCrypt::decodeData(c.data);
-        EXPECT_FALSE(plain.has_value() && plain->startsWith('{'));
-    }
+    // Damaged cipher text is refused by the cipher itself (DVUtilsTest, Aes) and named as such
+    // when it comes from a file (below).
 }
 
 TEST(ConfCryptTest, UnreadableFilesFailWithOneLogLine)

@@ -26,9 +26,7 @@ TEST(ConfJsonTest, ReadsLikeTheLibraryParser)
         const auto ours = parseOrderedJson(QByteArray::fromStdString(doc), &error);
         ASSERT_TRUE(ours.has_value()) << error.toStdString();
         const json reference = json::parse(doc);
-        EXPECT_EQ(*ours, reference);
-        // Same members in the same order.
-        EXPECT_EQ(ours->dump(), reference.dump());
+        EXPECT_EQ(*ours, reference); // ordered_json compares members in order
     }
 }
 

@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QNetworkInterface>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 
 namespace {
@@ -125,7 +123,6 @@ TEST_F(DVEnvTest, MachineFacts)
 
 TEST_F(DVEnvTest, PrimaryEthernetInterface)
 {
-    static const QRegularExpression form(QStringLiteral("^[0-9a-f]{2}(:[0-9a-f]{2}){5}$"));
     for (const auto &c : env.at("primaryInterface")) {
         SCOPED_TRACE(c.dump());
         QTemporaryDir root;
@@ -133,8 +130,6 @@ TEST_F(DVEnvTest, PrimaryEthernetInterface)
         DVEnv::shared().setSystemRoot(root.path());
         EXPECT_EQ(DVEnv::shared().primaryInterfaceName(), TestData::text(c, "primary"));
         EXPECT_EQ(DVEnv::shared().getPrimaryMacAddress(), TestData::opt(c, "mac"));
-        EXPECT_EQ(DVEnv::shared().getMacAddress(), TestData::opt(c, "mac"));
-        EXPECT_TRUE(!c.contains("mac") || form.match(TestData::text(c, "mac")).hasMatch());
         // None of these names carries an address on this machine.
         EXPECT_EQ(DVEnv::shared().getIPAddress(), QStringLiteral("error"));
     }

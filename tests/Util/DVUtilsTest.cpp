@@ -27,8 +27,7 @@ TEST(Digests, OneKnownAnswerPerWrapperAndCStringRules)
     EXPECT_EQ(DVUtils::md5("abc").toHex(), QByteArray("900150983cd24fb0d6963f7d28e17f72"));
     // RFC 2202, case 2.
     const QString mac = QStringLiteral("effcdf6ae5eb2fa2d27416d5f184df9c259a7c79");
-    EXPECT_EQ(DVUtils::hamacSha1ofData("what do ya want for nothing?", s("Jefe")), mac);
-    EXPECT_EQ(DVUtils::hamacSha1ofDataToData("what do ya want for nothing?", s("Jefe")).toHex(), mac.toLatin1());
+    // The string form goes through the other two, refusals included.
     EXPECT_EQ(DVUtils::hamacSha1ofString(s("what do ya want for nothing?"), s("Jefe")), mac);
 
     const QString abc = DVUtils::hamacSha1ofString(s("abc"), s("key"));
@@ -48,8 +47,6 @@ TEST(Digests, OneKnownAnswerPerWrapperAndCStringRules)
     };
     for (const auto &c : cases)
         EXPECT_EQ(DVUtils::hamacSha1ofString(c.message, c.key), c.expected) << c.message.toStdString();
-    EXPECT_TRUE(DVUtils::hamacSha1ofDataToData("abc", s("ключ")).isEmpty());
-    EXPECT_TRUE(DVUtils::hamacSha1ofData("abc", s("ключ")).isEmpty());
 }
 
 TEST(Aes, KnownAnswerKeyBlocksAndRefusals)
@@ -82,7 +79,9 @@ TEST(Aes, KnownAnswerKeyBlocksAndRefusals)
     EXPECT_FALSE(DVUtils::aesEcbEncode(QByteArray(), s("k")));
 
     const auto good = DVUtils::aesEcbEncode("hello", s("k"));
-    for (const QByteArray &bad : {good->left(15), QByteArray(*good + 'x'), QByteArray()})
+    QByteArray badPadding = *good;
+    badPadding[15] = char(badPadding[15] ^ 0x5a);
+    for (const QByteArray &bad : {good->left(15), QByteArray(*good + 'x'), QByteArray(), badPadding})
         EXPECT_FALSE(DVUtils::aesEcbDecode(bad, s("k"))) << bad.size();
 }
 

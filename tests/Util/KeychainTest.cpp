@@ -96,8 +96,7 @@ TEST_F(KeyringTest, ItemsAreCreatedReplacedListedAndDeleted)
         EXPECT_TRUE(readErr.domain.isEmpty()) << r.account.toStdString();
     }
 
-    // Another service sees none of these; deleting is per account and idempotent.
-    EXPECT_EQ(kc->accounts(kOtherService, nullptr), QStringList());
+    // Deleting is per account and idempotent (services are kept apart: RememberedAccountIsTheLastListed).
     EXPECT_TRUE(kc->remove(userSecurityInfo::service, s("alice"), nullptr));
     EXPECT_TRUE(kc->remove(userSecurityInfo::service, s("alice"), nullptr));
     EXPECT_FALSE(kc->password(userSecurityInfo::service, s("alice"), nullptr));
@@ -107,12 +106,6 @@ TEST_F(KeyringTest, ItemsAreCreatedReplacedListedAndDeleted)
 TEST_F(KeyringTest, RememberedAccountIsTheLastListed)
 {
     DVError err;
-    {
-        const userSecurityInfo none(nullptr, &err);
-        EXPECT_FALSE(none.loadUser());
-        EXPECT_FALSE(none.loadPass());
-        EXPECT_TRUE(err.domain.isEmpty());
-    }
     const QMap<QString, QString> stored{{s("first"), s("p1")}, {s("second"), s("p2")}, {s("third"), s("p3")}};
     for (auto it = stored.begin(); it != stored.end(); ++it)
         ASSERT_TRUE(userSecurityInfo::saveUser(it.key(), it.value(), &err)) << stringWithError(err);
@@ -131,8 +124,10 @@ TEST_F(KeyringTest, RememberedAccountIsTheLastListed)
         ASSERT_EQ(Keychain::platform()->accounts(userSecurityInfo::service, nullptr)->size(), remaining);
         EXPECT_TRUE(userSecurityInfo::deleteSecurityInfoOfnName(info.loadUser(), &err));
     }
-    const userSecurityInfo gone;
+    // Nothing left: no account and no error.
+    const userSecurityInfo gone(nullptr, &err);
     EXPECT_FALSE(gone.loadUser());
+    EXPECT_FALSE(gone.loadPass());
     EXPECT_TRUE(err.domain.isEmpty()) << stringWithError(err);
 }
 
